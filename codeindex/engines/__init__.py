@@ -1,0 +1,1 @@
+"""The models behind retrieval: embeddings of text, and decisions about candidates."""

@@ -1,0 +1,1 @@
+"""Plain records and constants that describe what an index holds."""

@@ -1,0 +1,1 @@
+"""The index of one repository, kept in one SQLite file."""

@@ -1,0 +1,43 @@
+"""The languages that count as source code, and which files are written in them."""
+
+from dataclasses import dataclass
+from pathlib import PurePosixPath
+
+
+@dataclass(frozen=True, slots=True)
+class Language:
+    """One language of the index.
+
+    `name` is the stored name and the stem of the language's query file; `grammar` names its
+    tree-sitter grammar; `separator` joins the parts of a qualified name.
+    """
+
+    name: str
+    grammar: str
+    separator: str
+    suffixes: tuple[str, ...]
+
+
+# Another language is one more line here and one more query file beside the others.
+LANGUAGES: tuple[Language, ...] = (
+    Language("c", "c", "::", (".c", ".h")),
+    Language("cpp", "cpp", "::", (".cc", ".cpp", ".cxx", ".hh", ".hpp", ".hxx", ".ipp", ".inl")),
+    Language("go", "go", ".", (".go",)),
+    Language("java", "java", ".", (".java",)),
+    Language("javascript", "javascript", ".", (".js", ".jsx", ".mjs", ".cjs")),
+    Language("python", "python", ".", (".py", ".pyi")),
+    Language("rust", "rust", "::", (".rs",)),
+    Language("tsx", "tsx", ".", (".tsx",)),
+    Language("typescript", "typescript", ".", (".ts", ".mts", ".cts")),
+)
+
+SOURCE_LANGUAGES: frozenset[str] = frozenset(language.name for language in LANGUAGES)
+"""The names of the languages whose symbols count as code."""
+
+LANGUAGE_BY_NAME: dict[str, Language] = {language.name: language for language in LANGUAGES}
+_BY_SUFFIX = {suffix: language for language in LANGUAGES for suffix in language.suffixes}
+
+
+def language_of(path: str) -> Language | None:
+    """Return the language that a path's ending stands for, or None when it is no source file."""
+    return _BY_SUFFIX.get(PurePosixPath(path).suffix.lower())
