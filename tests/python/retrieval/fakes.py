@@ -8,9 +8,11 @@ import contextlib
 import logging
 import re
 import sqlite3
+import traceback
 from collections import Counter
 from collections.abc import Callable, Iterator, Sequence
 from dataclasses import dataclass, field
+from types import TracebackType
 from typing import Any
 
 import pytest
@@ -210,36 +212,19 @@ class Host:
 
     # What came of it.
 
-    def error(self, error: BaseException | None) -> tuple[Any, ...] | None:
-        """Say which error it is: of the host the very object, of SQLite its message too."""
+    def error(self, error: BaseException, trace: TracebackType | None) -> str:
+        """Say which error it is: of the host the very object with its trace, else its kind."""
         for position, raised in enumerate(self.raised):
             if error is raised:
-                return "the host's", position, repr(error)
-        if isinstance(error, (ValueError, sqlite3.Error)):
-            return type(error).__name__, str(error)
-        return None if error is None else (type(error).__name__,)
+                place = traceback.extract_tb(trace)[-1].name
+                return f"{error!r}, the host's, number {position}, raised in {place}"
+        says = isinstance(error, (ValueError, sqlite3.Error))
+        return f"{type(error).__name__}: {error}" if says else type(error).__name__
 
     def record(self, record: logging.LogRecord) -> tuple[Any, ...]:
         message = re.sub(r"in \d+ ms$", "in some ms", record.getMessage())
-        error = record.exc_info[1] if record.exc_info else None
-        return record.levelname, record.name, message, self.error(error)
-
-
-def answer(result: Any) -> dict[str, Any]:
-    """Return all that a result says, floats to the last bit and maps as lists of pairs."""
-    fields = ("id", "fqn", "name", "kind", "path", "start_line", "end_line", "signature")
-    return {
-        "hits": [
-            (
-                *(getattr(hit.symbol, name) for name in fields),
-                hit.score.hex(),
-                list(hit.ranks.items()),
-            )
-            for hit in result.hits
-        ],
-        "channels": list(result.channels.items()),
-        "note": result.note,
-    }
+        _, error, trace = record.exc_info or (None, None, None)
+        return record.levelname, record.name, message, error and self.error(error, trace)
 
 
 class _Records(logging.Handler):
@@ -297,13 +282,12 @@ def outcomes(world: World, side: Any) -> list[dict[str, Any]]:
         host.patch(patch)
         for question in world.questions:
             host.begin(question)
-            came: dict[str, Any] = {"error": None}
             with _recorded() as records:
                 try:
-                    came |= answer(retriever.retrieve(question.query, **question.arguments))
+                    # A record's repr holds every field, scores to the last bit, maps in order.
+                    came = repr(retriever.retrieve(question.query, **question.arguments))
                 except BaseException as error:
-                    came["error"] = host.error(error)
-            came["records"] = [host.record(record) for record in records]
-            came["calls"] = list(host.calls)
-            found.append(came)
+                    came = host.error(error, error.__traceback__)
+            told = [host.record(record) for record in records]
+            found.append({"answer": came, "records": told, "calls": list(host.calls)})
     return found

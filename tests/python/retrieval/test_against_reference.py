@@ -30,8 +30,11 @@ def difference(seed: int, side: Any) -> str | None:
     asked = zip(world.questions, outcomes(world, reference), outcomes(world, side), strict=True)
     for number, (question, expected, found) in enumerate(asked, 1):
         if found != expected:
-            parts = [key for key in expected | found if found.get(key) != expected.get(key)]
-            told = [f"{key}: {found.get(key)!a}\n  not: {expected.get(key)!a}" for key in parts]
+            told = [
+                f"{part}: {found[part]!a}\n  not: {expected[part]!a}"
+                for part in expected
+                if found[part] != expected[part]
+            ]
             return "\n".join([f"seed {seed}, question {number}: {question!a}", *told, f"{world!a}"])
     return None
 
