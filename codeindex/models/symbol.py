@@ -19,6 +19,19 @@ DECLARATION_KINDS: frozenset[str] = CALLABLE_KINDS | {
 
 
 @dataclass(frozen=True, slots=True)
+class ExtractedSymbol:
+    """One symbol as it was read from a file, not yet in an index; fields as in StoredSymbol."""
+
+    fqn: str
+    name: str
+    kind: str
+    start_line: int
+    end_line: int
+    signature: str | None
+    docstring: str | None
+
+
+@dataclass(frozen=True, slots=True)
 class StoredSymbol:
     """One symbol of the index.
 

@@ -27,14 +27,13 @@ LANGUAGES: tuple[Language, ...] = (
     Language("javascript", "javascript", ".", (".js", ".jsx", ".mjs", ".cjs")),
     Language("python", "python", ".", (".py", ".pyi")),
     Language("rust", "rust", "::", (".rs",)),
-    Language("tsx", "tsx", ".", (".tsx",)),
+    Language("typescript", "tsx", ".", (".tsx",)),
     Language("typescript", "typescript", ".", (".ts", ".mts", ".cts")),
 )
 
 SOURCE_LANGUAGES: frozenset[str] = frozenset(language.name for language in LANGUAGES)
 """The names of the languages whose symbols count as code."""
 
-LANGUAGE_BY_NAME: dict[str, Language] = {language.name: language for language in LANGUAGES}
 _BY_SUFFIX = {suffix: language for language in LANGUAGES for suffix in language.suffixes}
 
 

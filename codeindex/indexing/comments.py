@@ -1,0 +1,52 @@
+"""Reading what comments and docstrings say, without their markers, pragmas and licences."""
+
+import inspect
+import re
+
+_BLOCK = re.compile(r"/\*+!?|\*+/")
+_BLOCK_MARGIN = re.compile(r"^[ \t]*\*+(?!/)[ ]?", re.MULTILINE)
+_LINE_MARKER = re.compile(r"^[ \t]*(?://+!?|#+!?|--+)[ ]?", re.MULTILINE)
+_RULE = re.compile(r"^\W{3,}$")
+_PRAGMA = re.compile(
+    r"""\s*(?: @ts- | @flow | @format | eslint | prettier | tslint | jshint | jslint | istanbul
+         | c8\b | v8\ ignore | noqa | type:\s*ignore | pylint | pragma | mypy: | ruff: | fmt:
+         | isort: | nolint | go: | \+build | clang-(?:format|tidy) | -\*- | coding[:=] | vim:
+         | \#?region\b | \#?endregion\b | /?(?:usr/)?bin/ )""",
+    re.VERBOSE | re.IGNORECASE,
+)
+_LICENCE = re.compile(
+    r"copyright|\(c\)\s*\d{4}|©|licen[cs]e|spdx-|all rights reserved|is part of|permission is|"
+    r"free software|public domain",
+    re.IGNORECASE,
+)
+_STRING = re.compile(r"""[a-zA-Z]*(\"\"\"|'''|"|')(.*)\1""", re.DOTALL)
+
+_MAX_LENGTH = 8000
+
+
+def comment_text(comment: str) -> str:
+    """Return the text of a comment, or of several on adjacent lines, without markers.
+
+    Rules drawn with punctuation and instructions to tools are left out.
+    """
+    if comment.lstrip().startswith("/*"):
+        text = _BLOCK_MARGIN.sub("", _BLOCK.sub("", comment))
+    else:
+        text = _LINE_MARKER.sub("", comment)
+    lines = (line.rstrip() for line in text.splitlines())
+    kept = [line for line in lines if not _RULE.match(line) and not _PRAGMA.match(line)]
+    return inspect.cleandoc("\n".join(kept)).strip()[:_MAX_LENGTH]
+
+
+def string_text(literal: str) -> str:
+    """Return the text of a docstring literal."""
+    match = _STRING.fullmatch(literal.strip())
+    return inspect.cleandoc(match[2] if match else literal).strip()[:_MAX_LENGTH]
+
+
+def without_licence(text: str) -> str:
+    """Return what a file's first comment says before it turns to its licence; often nothing."""
+    match = _LICENCE.search(text)
+    if match is None:
+        return text
+    return text[: text.rfind("\n", 0, match.start()) + 1].strip()
