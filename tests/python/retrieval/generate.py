@@ -2,7 +2,7 @@
 
 import random
 import struct
-from collections.abc import Sequence
+from collections.abc import Callable, Sequence
 from typing import Any, TypeVar
 
 from codeindex.models.symbol import StoredSymbol
@@ -22,11 +22,26 @@ $scope $ near AND NOT debounce debounced debounces _private __init__ fixture Tes
 NAMES = [*_NAMES.split(), "parse\u0130x", "\u0130O", "\u039f\u0394\u039f\u03a3", "PARSE\u03a3", ""]
 NAMES += ["parse\u03a3x", "\u212aey", "key", "keyring", "\u212aeyed", "stra\u00dfe", "STRASSE", " "]
 NAMES += ["parse\U0001f600", "parse\uffff", "parse\ud800", "parse\0", "parse\0b", "\ud800"]
+NAMES += ["parse\u03c3", "parse\u03c2", "parsez"]
 _WORDS = """
 how does the work what is where music duck background parse parser config debounced near or not
 build context pack http response export latest testimony then a of 2 42 tests mocks spec it's key
 """
 WORDS = _WORDS.split()
+# Words that read as code and start many of the names, some of them each other's beginnings.
+BEGINNINGS = [
+    "Par",
+    "Pars",
+    "Parse",
+    "ParseC",
+    "parse_",
+    "Music",
+    "MusicM",
+    "Key",
+    "Deb",
+    "Exp",
+    "Io",
+]
 JOINTS = [*"            .-_/?\n\0\u00e9\ud800", "", "  ", "()", ", "]
 PATHS = ["src/a.py", "src/b.py", "src/parse/config.py", "srcx/a.py", "src", "lib/music_mixer.ts"]
 PATHS += ["tests/test_parser.py", "src/test_io.py", "Src/a.py", "src/./x", "src/\u00e9.py"]
@@ -91,9 +106,9 @@ def weight(r: random.Random) -> float:
             return float(drawn)
 
 
-def _symbols(r: random.Random) -> tuple[StoredSymbol, ...]:
+def _symbols(r: random.Random, pool: Sequence[str]) -> tuple[StoredSymbol, ...]:
     count = r.choice([0, 1, 3, 8, 15, 15, 30, 30, 60])
-    names = r.sample(NAMES, r.randint(3, len(NAMES)))
+    names = r.sample(pool, r.randint(3, len(pool)))
     paths = r.sample(PATHS, r.randint(1, 8))
     ids = r.sample(sorted({*IDS, *range(10, 10 + count)}), count)
     if len(ids) > 1 and r.random() < 0.01:
@@ -122,7 +137,9 @@ def _states(r: random.Random) -> tuple[tuple[Any, tuple[StoredSymbol, ...]], ...
     """Return one to three states; two may share a fingerprint, of equal or the same value."""
     kinds: list[list[Any]] = [[1, 2, 3], [1, 1.0, 2], [("a", 1), ("a", 2), "b"], ["", "\0", None]]
     fingerprints = r.choice(kinds)
-    return tuple((fingerprint, _symbols(r)) for fingerprint in fingerprints[: r.randint(1, 3)])
+    return tuple(
+        (fingerprint, _symbols(r, NAMES)) for fingerprint in fingerprints[: r.randint(1, 3)]
+    )
 
 
 def _settings(r: random.Random) -> dict[str, Any] | None:
@@ -130,7 +147,7 @@ def _settings(r: random.Random) -> dict[str, Any] | None:
         return None
     drawn: dict[str, Any] = {
         "rrf_k": _often(r, 60, 0.6, [0, 1, 10**6, 2**53 + 1, 2**63 - 1, -1, -2, -7, -60, -(2**63)]),
-        "depth": r.choice([50, 50, 1, 2, 5, 0, -3, HUGE, -HUGE]),
+        "depth": r.choice([50, 50, 1, 2, 5, 8, 12, 0, -3, HUGE, -HUGE]),
         "semantic_shortlist": r.choice([150, 1, 2, 5, 20, 0, -1, HUGE]),
         "semantic_max_neighbours": r.choice([2400, 1, 4, 7, 30, 0, -5, HUGE]),
         "best_files": r.choice([1, 1, 2, 3, 0, -1, HUGE, -HUGE]),
@@ -159,6 +176,18 @@ def _failures(r: random.Random) -> tuple[tuple[str, int, str], ...]:
     return tuple(drawn)
 
 
+QUERIES: list[Callable[[random.Random], str]] = [
+    text,
+    text,
+    lambda r: text(r, 2),
+    lambda r: r.choice(NAMES),
+    lambda r: " ".join(r.choices(WORDS, k=4)),
+    lambda r: " ".join(r.sample(BEGINNINGS, k=r.randint(1, 5))),
+    lambda r: " ".join([r.choice(WORDS)] * 2),
+    noise,
+]
+
+
 def _question(r: random.Random, states: int) -> Question:
     arguments: dict[str, Any] = {
         "limit": _often(
@@ -169,16 +198,7 @@ def _question(r: random.Random, states: int) -> Question:
         "rerank": r.random() < 0.5,
     }
     return Question(
-        query=r.choice(
-            [
-                text(r),
-                text(r),
-                text(r, 2),
-                r.choice(NAMES),
-                " ".join(r.choices(WORDS, k=4)),
-                noise(r),
-            ]
-        ),
+        query=r.choice(QUERIES)(r),
         arguments={key: value for key, value in arguments.items() if r.random() < 0.8},
         state=r.randrange(states),
         then_state=_often(r, None, 0.95, range(states)),
@@ -188,8 +208,34 @@ def _question(r: random.Random, states: int) -> Question:
     )
 
 
+def _lookups(r: random.Random) -> World:
+    """Return an index of names that begin alike, asked for several of their beginnings at once."""
+    names = [name for name in NAMES if name.lower().startswith("par")]
+    asked = [
+        *BEGINNINGS,
+        "Part",
+        "ParseConfig",
+        "Parser",
+        "ParseCon",
+        "parse_c",
+        "ParseE",
+        "ParserS",
+    ]
+    return World(
+        states=((1, _symbols(r, names)),),
+        questions=tuple(
+            Question(" ".join(r.sample(asked, k=r.randint(1, 5))), {"limit": r.randint(1, 9)})
+            for _ in range(8)
+        ),
+        settings={"depth": r.randint(1, 9)},
+        embedder=None,
+    )
+
+
 def world(r: random.Random) -> World:
     """Return a host with up to three states of its index, and eight questions."""
+    if r.random() < 0.2:
+        return _lookups(r)
     states = _states(r)
     known = [symbol.id for _, symbols in states for symbol in symbols]
     strangers = [99999, -99999]

@@ -92,9 +92,9 @@ def _rankings(r: random.Random) -> tuple[dict[str, dict[int, int]], int]:
 @pytest.mark.parametrize(
     ("call", "arguments"),
     [
-        ("split_identifier", lambda r: [r.choice([generate.noise, generate.text])(r)]),
-        ("query_terms", lambda r: [generate.text(r)]),
-        ("query_names", lambda r: [r.choice([generate.noise, generate.text])(r)]),
+        ("split_identifier", lambda r: [r.choice(generate.QUERIES)(r)]),
+        ("query_terms", lambda r: [r.choice(generate.QUERIES)(r)]),
+        ("query_names", lambda r: [r.choice(generate.QUERIES)(r)]),
         ("reads_as_code", lambda r: [r.choice([generate.noise(r), r.choice(generate.NAMES)])]),
         ("is_test_query", lambda r: r.choices([generate.WORDS, ["Tests", "spec\0", "test\ud800"]])),
         ("ranks_in_order", lambda r: [r.choices(generate.IDS, k=r.randint(0, 9))]),
