@@ -1,0 +1,1 @@
+"""Libraries that do the heavy work of the index."""
