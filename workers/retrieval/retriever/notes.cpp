@@ -24,9 +24,9 @@ void add_once(std::vector<std::string_view>& texts, std::string_view text) {
 
 std::string join(const std::vector<std::string_view>& texts, std::string_view separator) {
   std::string joined;
-  for (const std::string_view text : texts) {
-    if (&text != &texts.front()) joined += separator;
-    joined += text;
+  for (std::string_view before; const std::string_view text : texts) {
+    joined.append(before).append(text);
+    before = separator;
   }
   return joined;
 }
