@@ -8,10 +8,10 @@ _BLOCK_MARGIN = re.compile(r"^[ \t]*\*+(?!/)[ ]?", re.MULTILINE)
 _LINE_MARKER = re.compile(r"^[ \t]*(?://+!?|#+!?|--+)[ ]?", re.MULTILINE)
 _RULE = re.compile(r"^\W{3,}$")
 _PRAGMA = re.compile(
-    r"""\s*(?: @ts- | @flow | @format | eslint | prettier | tslint | jshint | jslint | istanbul
-         | c8\b | v8\ ignore | noqa | type:\s*ignore | pylint | pragma | mypy: | ruff: | fmt:
-         | isort: | nolint | go: | \+build | clang-(?:format|tidy) | -\*- | coding[:=] | vim:
-         | \#?region\b | \#?endregion\b | /?(?:usr/)?bin/ )""",
+    r"""\s*(?: @ts- | @flow\b | @format\b | @prettier\b | eslint | prettier | tslint | jshint
+         | jslint | istanbul | c8\b | v8\ ignore | noqa | type:\s*ignore | pylint | pragma
+         | mypy: | ruff: | fmt: | isort: | nolint | go: | \+build | clang-(?:format|tidy)
+         | -\*- | coding[:=] | vim: | \#?region\b | \#?endregion\b | /?(?:usr/)?bin/ )""",
     re.VERBOSE | re.IGNORECASE,
 )
 _LICENCE = re.compile(
@@ -45,8 +45,12 @@ def string_text(literal: str) -> str:
 
 
 def without_licence(text: str) -> str:
-    """Return what a file's first comment says before it turns to its licence; often nothing."""
+    """Return what a file's first comment says before it turns to its licence; often nothing.
+
+    A word or two above a licence are the project's name and say nothing about the file.
+    """
     match = _LICENCE.search(text)
     if match is None:
         return text
-    return text[: text.rfind("\n", 0, match.start()) + 1].strip()
+    before = text[: text.rfind("\n", 0, match.start()) + 1].strip()
+    return before if len(before.split()) > 2 else ""

@@ -8,6 +8,7 @@ A language is one query file in `queries/`, matched in tree-sitter's own C code.
 - `@receiver`: what a method defined on its own belongs to.
 - `@scope` with `@name`: a part of qualified names that is no symbol; `@scope.class` makes the
   functions in it methods.
+- `@definition.constructor`: a method where it is named like its class, else no symbol.
 - `@package`: the package that the file declares.
 - `@comment`, and `@decoration` for what may stand between a comment and its definition.
 """
@@ -41,7 +42,11 @@ _CPP_HEADER = re.compile(
 )
 _NAME = re.compile(r"[~#@]?[^\W\d][\w$]*|\$[\w$]*|operator\W.*")
 _LEADING_WORDS = re.compile(rb"[ \t]*((?:[A-Za-z_]+[ \t]+)+)")
-_ANNOTATIONS = re.compile(r"""(?:@(?!interface\b)[\w.]+(?:\s*\((?:[^()"]|"[^"]*")*\))?\s*)+""")
+_ANNOTATIONS = re.compile(
+    r"""(?:(?:@(?!interface\b)[\w.]+(?:\s*\((?:[^()"]|"[^"]*")*\))?|//[^\n]*\n|/\*.*?\*/)\s*)+""",
+    re.DOTALL,
+)
+_LAST_COMMENT = re.compile(r"\s*/\*(?:(?!\*/).)*\*/\s*$", re.DOTALL)
 _ARGUMENTS = re.compile(r"<[^<>]*>|\[[^\[\]]*\]")
 _EXPORTS = re.compile(r"(?:module\.)?exports\.?|(?:this|self|window|global)\b\.?|\.?prototype\b")
 
@@ -53,6 +58,7 @@ class _Definition:
     node: Node
     kind: str
     name: str
+    name_start: int
     body: Node | None
     doc: Node | None
     receiver: str
@@ -105,6 +111,7 @@ class _File:
 
     def __init__(self, source: bytes) -> None:
         self._source = source
+        self._lines = source.split(b"\n")
         self._package: str | None = None
         self._module_doc: Node | None = None
         self._definitions: dict[tuple[int, int, int], _Definition] = {}
@@ -136,6 +143,7 @@ class _File:
             node,
             kind.removeprefix("definition."),
             self._text(name_node),
+            name_node.start_byte,
             min(body, key=lambda node: node.start_byte) if body else None,
             doc[0] if doc else None,
             self._text(receiver[0]) if receiver else "",
@@ -174,6 +182,10 @@ class _File:
             *qualifiers, name = _name_parts(definition.name)
             if not _NAME.fullmatch(name):
                 continue
+            if kind == "constructor":
+                if outer_kind not in _CLASS_KINDS or parts[-1] != name:
+                    continue
+                kind = "method"
             belongs_to_class = receiver or qualifiers or outer_kind == "scope.class"
             if kind == "function" and (belongs_to_class or outer_kind in _CLASS_KINDS):
                 kind = "method"
@@ -199,8 +211,8 @@ class _File:
             docstring = string_text(self._text(self._module_doc))
         else:
             docstring = self._head_comment()
-        lines = self._source.count(b"\n") + (not self._source.endswith(b"\n"))
-        return ExtractedSymbol(fqn, name, "module", 1, max(lines, 1), None, docstring or None)
+        lines = len(self._lines) - (len(self._lines) > 1 and not self._lines[-1])
+        return ExtractedSymbol(fqn, name, "module", 1, lines, None, docstring or None)
 
     def _head_comment(self) -> str:
         """Return the first comment before any code that is neither a licence nor a symbol's."""
@@ -219,14 +231,17 @@ class _File:
         return "" if end + 1 in defined_at else without_licence(comment_text("\n".join(block)))
 
     def _has_code(self, first: int, last: int) -> bool:
-        lines = self._source.split(b"\n", last)[first:last]
-        return any(line.strip() for line in lines)
+        return any(line.strip() for line in self._lines[first:last])
 
     def _docstring(self, definition: _Definition) -> str | None:
         if definition.doc is not None:
             return string_text(self._text(definition.doc)) or None
         lines: list[str] = []
         row = definition.node.start_point.row - 1
+        # A documentation block may stand one empty line above.
+        block = self._comments.get(row - 1)
+        if row not in self._comments and block is not None and (block.text or "").startswith("/**"):
+            row -= 1 if not self._has_code(row, row + 1) else 0
         while (comment := self._comments.get(row)) is not None:
             if comment.text is not None:
                 lines.append(comment.text)
@@ -247,7 +262,10 @@ class _File:
         text = _ANNOTATIONS.sub("", text, count=1) if text.startswith("@") else text
         if body is None and "\n" in text[text.find("{") + 1 :] and "{" in text:
             text = text[: text.index("{")] + "{…}"
-        signature = one_line(text.replace("\\\n", " "), _MAX_SIGNATURE)
+        text = _LAST_COMMENT.sub("", text.replace("\\\n", " "))
+        if body is not None and definition.name_start > body.start_byte:
+            text += definition.name  # "typedef enum {…} name"
+        signature = one_line(text, _MAX_SIGNATURE)
         return signature.removesuffix("=>").rstrip(" {:;,=")
 
     def _add_comment(self, node: Node, text: str | None) -> None:
@@ -267,6 +285,8 @@ def _last_row(node: Node) -> int:
 
 def _name_parts(name: str) -> list[str]:
     """Split a declared name such as "A<T>::f" into its parts, the name itself last."""
+    if _NAME.fullmatch(name):
+        return [name]
     scope, operator, symbol = name.partition("operator")
     if operator and symbol[:1] and not (symbol[0].isalnum() or symbol[0] == "_"):
         return [*_scope_parts(scope), operator + " ".join(symbol.split())]

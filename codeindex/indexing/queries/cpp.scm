@@ -28,19 +28,37 @@
   ]) @definition.type
 
 (function_definition
+  type: (_)
   declarator: [
     (function_declarator declarator: (_) @name)
     (pointer_declarator declarator: (function_declarator declarator: (_) @name))
     (reference_declarator (function_declarator declarator: (_) @name))
   ]
+  body: (_)? @body) @definition.function
+(function_definition
+  !type
+  declarator: (function_declarator
+    declarator: [(qualified_identifier) (destructor_name) (operator_name)] @name)
   (field_initializer_list)? @body
   body: (_)? @body) @definition.function
+(function_definition
+  !type
+  declarator: (function_declarator declarator: (identifier) @name)
+  (field_initializer_list)? @body
+  body: (_)? @body) @definition.constructor
 (declaration
+  type: (_)
   declarator: [
-    (function_declarator declarator: [(identifier) (destructor_name) (operator_name)] @name)
+    (function_declarator declarator: [(identifier) (operator_name)] @name)
     (pointer_declarator declarator: (function_declarator declarator: (identifier) @name))
     (reference_declarator (function_declarator declarator: [(identifier) (operator_name)] @name))
   ]) @definition.function
+(declaration
+  !type
+  declarator: (function_declarator declarator: (destructor_name) @name)) @definition.function
+(declaration
+  !type
+  declarator: (function_declarator declarator: (identifier) @name)) @definition.constructor
 (field_declaration
   declarator: [
     (function_declarator declarator: [(field_identifier) (operator_name)] @name)

@@ -14,7 +14,9 @@
 
 ((field_declaration
   (modifiers) @_modifiers
-  declarator: (variable_declarator name: (identifier) @name)) @definition.constant
+  declarator: (variable_declarator
+    name: (identifier) @name
+    value: (object_creation_expression (class_body) @body)?)) @definition.constant
   (#match? @_modifiers "\\bstatic\\b")
   (#match? @_modifiers "\\bfinal\\b"))
 (constant_declaration declarator: (variable_declarator name: (identifier) @name)) @definition.constant
