@@ -111,8 +111,6 @@ def _symbols(r: random.Random, pool: Sequence[str]) -> tuple[StoredSymbol, ...]:
     names = r.sample(pool, r.randint(3, len(pool)))
     paths = r.sample(PATHS, r.randint(1, 8))
     ids = r.sample(sorted({*IDS, *range(10, 10 + count)}), count)
-    if len(ids) > 1 and r.random() < 0.01:
-        ids[-1] = ids[0]
     symbols = []
     for symbol_id in ids:
         name = r.choice(names)
