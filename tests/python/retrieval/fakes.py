@@ -40,6 +40,7 @@ ERRORS: dict[str, Callable[[], BaseException]] = {
     "sqlite": lambda: sqlite3.OperationalError("database is locked"),
     "later": lambda: TryAgainLaterError("The embedding model is still loading"),
     "later, silent": lambda: TryAgainLaterError(""),
+    "later, NUL": lambda: TryAgainLaterError("\0 is loading"),
     "later, dotted": lambda: EmbeddingNotReadyError("İt is loading\nΣ"),
     "decision": lambda: DecisionError("The deadline passed \ud800\0"),
     "decision, derived": lambda: LateDecisionError("%s late", 3),

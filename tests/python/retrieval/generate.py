@@ -68,12 +68,14 @@ WEIGHTS = [0.0, 1.0, 2.25, 0.5, 10.0, -1.0, 0.0001, 1e15, 123456.789, -0.0, 7.0]
 ODD_WEIGHTS = [1e16, 1e-5, 1e300, -2.5e-7, 5e-324]
 HUGE = 10**30
 IDS = [1, 2, 7, 100, -1, -5, 0, 2**31, 2**53 + 1, 2**63 - 1, -(2**63)]
-_FAILING = """
-retrieval_fingerprint retrievable_code_symbols is_test_path feature_enabled
-embedder embedder embedder wait_ready embed name nearest_symbol_ids nearest_symbol_ids
-rerank_request rerank_order source_consented candidate_line get_symbols_by_ids decide decide
+_RANKING = """
+retrieval_fingerprint retrievable_code_symbols is_test_path embedder embedder wait_ready embed name
+nearest_symbol_ids nearest_symbol_ids
 """
-FAILING = _FAILING.split()
+_RERANKING = """
+feature_enabled rerank_request rerank_order source_consented candidate_line get_symbols_by_ids
+decide
+"""
 
 
 def _often(r: random.Random, usual: T, share: float, others: Sequence[T]) -> T:
@@ -167,8 +169,11 @@ def _settings(r: random.Random) -> dict[str, Any] | None:
 def _failures(r: random.Random) -> tuple[tuple[str, int, str], ...]:
     if r.random() < 0.65:
         return ()
-    errors = _often(r, list(ERRORS), 0.7, [["later", "decision"]])
-    drawn = [(r.choice(FAILING), r.choice([1, 1, 1, 2, 3]), r.choice(errors)) for _ in range(2)]
+    errors = _often(r, list(ERRORS), 0.6, [["later", "decision", "decision, derived"]])
+    drawn = [
+        (r.choice(calls.split()), r.choice([1, 1, 1, 2, 3]), r.choice(errors))
+        for calls in (_RANKING, _RERANKING)
+    ]
     if r.random() < 0.15:
         drawn.append(("next symbol", r.randint(1, 9), r.choice(errors)))
     return tuple(drawn)
