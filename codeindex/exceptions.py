@@ -20,9 +20,5 @@ class EmbeddingModelError(CodeIndexError):
     """The embedding model cannot be loaded, so nothing can be embedded until that is repaired."""
 
 
-class RepositoryNotFoundError(CodeIndexError):
-    """The folder to index does not exist or is no folder."""
-
-
 class IndexFileError(CodeIndexError):
     """The index file cannot be opened, is no index of ours, or is damaged."""

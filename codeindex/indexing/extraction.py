@@ -29,9 +29,6 @@ from codeindex.models.symbol import CALLABLE_KINDS, ExtractedSymbol
 from codeindex.utils.language_filter import LANGUAGES, Language
 from codeindex.utils.text import one_line
 
-EXTRACTION_VERSION = 1
-"""Changes whenever the same file would give other symbols, so that indexes are read afresh."""
-
 _MAX_SIGNATURE = 240
 _CLASS_KINDS = frozenset({"class", "enum", "interface", "struct", "trait", "union"})
 _CPP = next(language for language in LANGUAGES if language.name == "cpp")
@@ -47,6 +44,7 @@ _ANNOTATIONS = re.compile(
     re.DOTALL,
 )
 _LAST_COMMENT = re.compile(r"\s*/\*(?:(?!\*/).)*\*/\s*$", re.DOTALL)
+_LOOSE_BRACKET = re.compile(r"(?<=[(\[]) |,? (?=[)\]])")
 _ARGUMENTS = re.compile(r"<[^<>]*>|\[[^\[\]]*\]")
 _EXPORTS = re.compile(r"(?:module\.)?exports\.?|(?:this|self|window|global)\b\.?|\.?prototype\b")
 
@@ -265,7 +263,7 @@ class _File:
         text = _LAST_COMMENT.sub("", text.replace("\\\n", " "))
         if body is not None and definition.name_start > body.start_byte:
             text += definition.name  # "typedef enum {…} name"
-        signature = one_line(text, _MAX_SIGNATURE)
+        signature = one_line(_LOOSE_BRACKET.sub("", " ".join(text.split())), _MAX_SIGNATURE)
         return signature.removesuffix("=>").rstrip(" {:;,=")
 
     def _add_comment(self, node: Node, text: str | None) -> None:

@@ -14,13 +14,13 @@ _SCHEMA_VERSION = 1
 _WAIT_FOR_WRITER_SECONDS = 30.0
 
 # `state` has one row. `revision` moves with everything retrievable, `vectors` with the stored
-# embeddings; `extraction` is the version of the code that read the files.
+# embeddings; `indexing` is the version of the code that filled the index.
 _SCHEMA = """
 CREATE TABLE state (
     index_id TEXT NOT NULL,
     revision INTEGER NOT NULL,
     vectors INTEGER NOT NULL,
-    extraction INTEGER NOT NULL
+    indexing INTEGER NOT NULL
 );
 CREATE TABLE file (
     id INTEGER PRIMARY KEY,
@@ -92,7 +92,8 @@ class Connections:
             if type(error) is not sqlite3.DatabaseError:
                 raise
             raise IndexFileError(
-                f"The index {self._path} is damaged ({error}). Delete the file; it is made again."
+                f"{self._path} is no index or a damaged one ({error}). "
+                "Delete it, to have it made again, or choose another index file."
             ) from error
         finally:
             if connection is not None:

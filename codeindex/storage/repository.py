@@ -35,10 +35,10 @@ class Repository(RetrievalQueries):
         """Release the file; no other method may be called afterwards."""
         self._connections.close()
 
-    def extraction_version(self) -> int:
-        """Return the version of the code that read the files of this index; 0 when none did."""
+    def indexing_version(self) -> int:
+        """Return the version of the code that filled this index; 0 when none did."""
         with self._connections.reading() as connection:
-            return int(connection.execute("SELECT extraction FROM state").fetchone()[0])
+            return int(connection.execute("SELECT indexing FROM state").fetchone()[0])
 
     def indexed_files(self) -> dict[str, IndexedFile]:
         """Return what is known of each file, by path."""
@@ -84,9 +84,11 @@ class IndexWriter:
         self._symbols_changed = False
         self._vectors_changed = False
 
-    def set_extraction_version(self, version: int) -> None:
-        """Say which version of the code has read the files."""
-        self._connection.execute("UPDATE state SET extraction = ?", (version,))
+    def begin_version(self, version: int) -> None:
+        """Drop all embeddings: from here on this version of the code fills the index."""
+        self._connection.execute("UPDATE state SET indexing = ?", (version,))
+        self._connection.execute("DELETE FROM embedding")
+        self._vectors_changed = True
 
     def put_file(
         self, path: str, file: IndexedFile, symbols: Sequence[ExtractedSymbol] | None

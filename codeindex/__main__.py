@@ -1,0 +1,5 @@
+"""Runs the command line: `python -m codeindex`."""
+
+from codeindex.cli import main
+
+main()
