@@ -44,7 +44,7 @@ _Channel _semantic(Repository& repository, const QueryEmbedder& embedder,
   } catch (const StopRequest&) {
     throw;
   } catch (const TryAgainLaterError& error) {
-    return unavailable(_sentence_start(error.what()));
+    return unavailable(_sentence_start(error.message()));
   } catch (...) {
     return failed(log, "Embedding the query failed; ranking without meaning",
                   "embedding the query failed (see the log)");

@@ -7,13 +7,22 @@
 
 #include <exception>
 #include <stdexcept>
+#include <string>
+#include <utility>
 
 namespace retrieval {
 
-// A resource is not ready yet; `what()` is one English sentence for the caller.
+// A resource is not ready yet.
 class TryAgainLaterError : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  explicit TryAgainLaterError(std::string message)
+      : std::runtime_error(message), message_(std::move(message)) {}
+
+  // One English sentence for the caller; whole, where `what()` ends at a NUL.
+  const std::string& message() const noexcept { return message_; }
+
+ private:
+  std::string message_;
 };
 
 // A decision call failed, its deadline included; `what()` says how.

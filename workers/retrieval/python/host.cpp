@@ -203,19 +203,21 @@ class PythonRepository final : public Repository {
 
   std::unordered_map<SymbolId, std::optional<std::string>> get_symbols_by_ids(
       std::span<const SymbolId> ids) override {
-    return with_host([&] {
-      nb::list asked;
-      for (const SymbolId id : ids) asked.append(id);
-      const nb::object found = objects_->repository.attr("get_symbols_by_ids")(asked);
-      std::unordered_map<SymbolId, std::optional<std::string>> docstrings;
-      for (const SymbolId id : ids) {
-        const nb::object symbol = found.attr("get")(id);
-        if (symbol.is_none()) continue;
-        docstrings[id] = to_optional_text(attribute(symbol, field_names().docstring),
-                                          "docstring of a stored symbol");
-      }
-      return docstrings;
-    });
+    return with_host(
+        [&] {
+          nb::list asked;
+          for (const SymbolId id : ids) asked.append(id);
+          const nb::object found = objects_->repository.attr("get_symbols_by_ids")(asked);
+          std::unordered_map<SymbolId, std::optional<std::string>> docstrings;
+          for (const SymbolId id : ids) {
+            const nb::object symbol = found.attr("get")(id);
+            if (symbol.is_none()) continue;
+            docstrings[id] = to_optional_text(attribute(symbol, field_names().docstring),
+                                              "docstring of a stored symbol");
+          }
+          return docstrings;
+        },
+        Meaning::kDecisionError);
   }
 
  private:
