@@ -2,11 +2,13 @@
 
 import inspect
 import re
+from collections.abc import Sequence
 
 _BLOCK = re.compile(r"/\*+!?|\*+/")
 _BLOCK_MARGIN = re.compile(r"^[ \t]*\*+(?!/)[ ]?", re.MULTILINE)
 _LINE_MARKER = re.compile(r"^[ \t]*(?://+!?|#+!?|--+)[ ]?", re.MULTILINE)
 _RULE = re.compile(r"^\W{3,}$")
+_END_OF_RULE = re.compile(r"\s*[-=~*#/]{4,}$")
 _PRAGMA = re.compile(
     r"""\s*(?: @ts- | @flow\b | @format\b | @prettier\b | eslint | prettier | tslint | jshint
          | jslint | istanbul | c8\b | v8\ ignore | noqa | type:\s*ignore | pylint | pragma
@@ -24,18 +26,25 @@ _STRING = re.compile(r"""[a-zA-Z]*(\"\"\"|'''|"|')(.*)\1""", re.DOTALL)
 _MAX_LENGTH = 8000
 
 
-def comment_text(comment: str) -> str:
-    """Return the text of a comment, or of several on adjacent lines, without markers.
+def comment_text(comments: Sequence[str]) -> str:
+    """Return the text of the comments that belong together, in order, without markers.
 
     Rules drawn with punctuation and instructions to tools are left out.
     """
-    if comment.lstrip().startswith("/*"):
-        text = _BLOCK_MARGIN.sub("", _BLOCK.sub("", comment))
-    else:
-        text = _LINE_MARKER.sub("", comment)
+    text = "\n".join(_without_markers(comment) for comment in comments)
     lines = (line.rstrip() for line in text.splitlines())
-    kept = [line for line in lines if not _RULE.match(line) and not _PRAGMA.match(line)]
+    kept = [
+        _END_OF_RULE.sub("", line)
+        for line in lines
+        if not _RULE.match(line) and not _PRAGMA.match(line)
+    ]
     return inspect.cleandoc("\n".join(kept)).strip()[:_MAX_LENGTH]
+
+
+def _without_markers(comment: str) -> str:
+    if comment.lstrip().startswith("/*"):
+        return _BLOCK_MARGIN.sub("", _BLOCK.sub("", comment))
+    return _LINE_MARKER.sub("", comment)
 
 
 def string_text(literal: str) -> str:

@@ -4,11 +4,13 @@ A language is one query file in `queries/`, matched in tree-sitter's own C code.
 
 - `@definition.KIND` with `@name`: a symbol. Its signature ends where the first `@body` begins.
   With a body it may hold further symbols; without one it is no symbol inside a function.
-- `@doc`: the docstring of the match's definition; `@doc.module` that of the file.
+- `@doc`: the docstring of the match's definition; `@doc.module` that of the file, a string or
+  comments that belong to no definition.
 - `@receiver`: what a method defined on its own belongs to.
 - `@scope` with `@name`: a part of qualified names that is no symbol; `@scope.class` makes the
   functions in it methods.
 - `@definition.constructor`: a method where it is named like its class, else no symbol.
+- `@nested`: brackets around more code of the language, as in a macro call around declarations.
 - `@package`: the package that the file declares.
 - `@comment`, and `@decoration` for what may stand between a comment and its definition.
 """
@@ -20,7 +22,7 @@ from importlib import resources
 from typing import cast
 
 from tree_sitter import Language as Grammar
-from tree_sitter import Node, Parser, Query, QueryCursor
+from tree_sitter import Node, Parser, Query, QueryCursor, Range
 from tree_sitter_language_pack import SupportedLanguage, get_language
 
 from codeindex.indexing.comments import comment_text, string_text, without_licence
@@ -80,9 +82,14 @@ def extract_symbols(path: str, source: bytes, language: Language) -> list[Extrac
     language = source_language(path, source, language)
     parser = Parser(_grammar(language))
     file = _File(source)
-    matches = QueryCursor(_query(language)).matches(parser.parse(source).root_node)
-    for _, captures in matches:
-        file.add(captures)
+    roots = [parser.parse(source).root_node]
+    while roots:
+        for _, captures in QueryCursor(_query(language)).matches(roots.pop()):
+            if nested := captures.get("nested"):
+                parser.included_ranges = [_inside(nested[0])]
+                roots.append(parser.parse(source).root_node)
+            else:
+                file.add(captures)
     return file.symbols(path, language)
 
 
@@ -91,6 +98,12 @@ def source_language(path: str, source: bytes, language: Language) -> Language:
     if path.lower().endswith(".h") and _CPP_HEADER.search(source):
         return _CPP
     return language
+
+
+def _inside(node: Node) -> Range:
+    """Return the range between a node's brackets."""
+    first, last = node.children[0], node.children[-1]
+    return Range(first.end_point, last.start_point, first.end_byte, last.start_byte)
 
 
 @cache
@@ -111,7 +124,7 @@ class _File:
         self._source = source
         self._lines = source.split(b"\n")
         self._package: str | None = None
-        self._module_doc: Node | None = None
+        self._module_docs: list[Node] = []
         self._definitions: dict[tuple[int, int, int], _Definition] = {}
         self._comments: dict[int, _Comment] = {}  # by last line
 
@@ -125,8 +138,8 @@ class _File:
                 self._add_comment(nodes[0], None)
             elif nodes := captures.get("package"):
                 self._package = self._text(nodes[0])
-            elif (nodes := captures.get("doc.module")) and self._module_doc is None:
-                self._module_doc = nodes[0]
+            elif nodes := captures.get("doc.module"):
+                self._module_docs.append(nodes[0])
             return
         name_node = name_nodes[0]
         kind, node = next(
@@ -160,13 +173,17 @@ class _File:
         """Return the module's symbol and one for each definition, qualified by its scopes."""
         separator = language.separator
         symbols: list[ExtractedSymbol] = []
+        for doc in self._module_docs:
+            self._comments.pop(_last_row(doc), None)
         file_scope = file_parts(path, language.name, self._package)
         scopes: list[tuple[int, tuple[str, ...], str]] = []  # end, qualified name's parts, kind
         in_order = sorted(
             self._definitions.values(), key=lambda d: (d.node.start_byte, -d.node.end_byte)
         )
+        row = -1
         for definition in in_order:
             node, kind = definition.node, definition.kind
+            first_in_line, row = row != node.start_point.row, node.start_point.row
             while scopes and scopes[-1][0] <= node.start_byte:
                 scopes.pop()
             _, parts, outer_kind = scopes[-1] if scopes else (0, file_scope, "")
@@ -195,20 +212,23 @@ class _File:
                     fqn=separator.join(parts),
                     name=name,
                     kind=kind,
-                    start_line=node.start_point.row + 1,
+                    start_line=row + 1,
                     end_line=_last_row(node) + 1,
                     signature=self._signature(definition),
-                    docstring=self._docstring(definition),
+                    docstring=self._docstring(definition, first_in_line),
                 )
             )
         return [self._module(path, language), *symbols]
 
     def _module(self, path: str, language: Language) -> ExtractedSymbol:
         name, fqn = module_name(path, language.name)
-        if self._module_doc is not None:
-            docstring = string_text(self._text(self._module_doc))
-        else:
+        texts = [self._text(node).rstrip() for node in self._module_docs]
+        if not texts:
             docstring = self._head_comment()
+        elif texts[0].startswith("/"):
+            docstring = comment_text(texts)
+        else:
+            docstring = string_text(texts[0])
         lines = len(self._lines) - (len(self._lines) > 1 and not self._lines[-1])
         return ExtractedSymbol(fqn, name, "module", 1, lines, None, docstring or None)
 
@@ -221,19 +241,23 @@ class _File:
             if comment.text is None or self._has_code(end + 1, comment.first):
                 break
             if comment.first > end + 1 and block:
-                if text := without_licence(comment_text("\n".join(block))):
+                if text := without_licence(comment_text(block)):
                     return text
                 block = []
             block.append(comment.text)
             end = comment.last
-        return "" if end + 1 in defined_at else without_licence(comment_text("\n".join(block)))
+        text = comment_text(block)
+        about_file = without_licence(text)
+        return "" if about_file == text and end + 1 in defined_at else about_file
 
     def _has_code(self, first: int, last: int) -> bool:
         return any(line.strip() for line in self._lines[first:last])
 
-    def _docstring(self, definition: _Definition) -> str | None:
+    def _docstring(self, definition: _Definition, first_in_line: bool) -> str | None:
         if definition.doc is not None:
             return string_text(self._text(definition.doc)) or None
+        if not first_in_line:
+            return None
         lines: list[str] = []
         row = definition.node.start_point.row - 1
         # A documentation block may stand one empty line above.
@@ -244,10 +268,9 @@ class _File:
             if comment.text is not None:
                 lines.append(comment.text)
             row = comment.first - 1
-        if not lines:
-            return None
-        text = comment_text("\n".join(reversed(lines)))
-        return (without_licence(text) if row < 2 else text) or None
+        text = comment_text(lines[::-1])
+        # A licence at the top of a file is not about the first symbol, however near.
+        return None if row < 2 and without_licence(text) != text else text or None
 
     def _signature(self, definition: _Definition) -> str:
         start, body = definition.node.start_byte, definition.body

@@ -19,11 +19,11 @@
          (channel_type) (function_type) (generic_type) (parenthesized_type)]) @definition.type
 (type_alias name: (type_identifier) @name) @definition.type
 
-(source_file (const_declaration (const_spec name: (identifier) @name) @definition.constant))
-((source_file (var_declaration (var_spec name: (identifier) @name) @definition.constant))
+(source_file (const_declaration (const_spec (identifier) @name) @definition.constant))
+((source_file (var_declaration (var_spec (identifier) @name) @definition.constant))
   (#not-eq? @name "_"))
 ((source_file
-  (var_declaration (var_spec_list (var_spec name: (identifier) @name) @definition.constant)))
+  (var_declaration (var_spec_list (var_spec (identifier) @name) @definition.constant)))
   (#not-eq? @name "_"))
 
 (comment) @comment

@@ -1,0 +1,331 @@
+"""What is read of a source file, language by language."""
+
+import pytest
+
+from codeindex.indexing.comments import comment_text, without_licence
+from codeindex.indexing.extraction import extract_symbols
+from codeindex.utils.language_filter import language_of
+
+Expected = list[tuple[str, str, str | None, str | None]]  # kind, fqn, signature, docstring
+
+CASES: dict[str, tuple[str, Expected]] = {
+    "src/app/web/__init__.py": (
+        '''
+"""Web things."""
+LIMIT = 3
+"""Most of them."""
+__all__ = ["a"]
+
+# Says hello.
+@route("/")
+async def hello(a,
+                b: int = 1) -> str:  # noqa
+    def inner(): pass
+    LOCAL = 1
+
+class View(Base):
+    """Shows."""
+    DEEP = {
+        "a": 1,
+    }
+    name = "x"
+    def get(self): "Gets."
+''',
+        [
+            ("module", "app.web", None, "Web things."),
+            ("constant", "app.web.LIMIT", "LIMIT = 3", "Most of them."),
+            (
+                *("function", "app.web.hello", "async def hello(a, b: int = 1) -> str"),
+                "Says hello.",
+            ),
+            ("function", "app.web.hello.inner", "def inner()", None),
+            ("class", "app.web.View", "class View(Base)", "Shows."),
+            ("constant", "app.web.View.DEEP", "DEEP = {…}", None),
+            ("method", "app.web.View.get", "def get(self)", "Gets."),
+        ],
+    ),
+    "lib/list.c": (
+        """
+/* list.c -- chained lists
+ * Copyright (C) 1999 Somebody
+ */
+#define LIST_MAX 16 /* entries */
+#define LIST_AT(l, i) ((l)->items[i])
+typedef struct list { int n; } list;
+typedef enum { ASC, DESC } order;
+static const char *const names[] = {"a"};
+/** Appends. */
+int *list_add(list *l, int value);
+
+/* ------ */
+// Appends to the end.
+// And returns it.
+int *list_add(list *l,
+              int value)
+{ return 0; }
+""",
+        [
+            ("module", "lib/list.c", None, "list.c -- chained lists"),
+            ("constant", "LIST_MAX", "#define LIST_MAX 16", None),
+            ("macro", "LIST_AT", "#define LIST_AT(l, i) ((l)->items[i])", None),
+            ("struct", "list", "typedef struct list", None),
+            ("enum", "order", "typedef enum order", None),
+            ("constant", "order::ASC", "ASC", None),
+            ("constant", "order::DESC", "DESC", None),
+            ("constant", "names", 'static const char *const names[] = {"a"}', None),
+            ("function", "list_add", "int *list_add(list *l, int value)", "Appends."),
+            (
+                *("function", "list_add", "int *list_add(list *l, int value)"),
+                "Appends to the end.\nAnd returns it.",
+            ),
+        ],
+    ),
+    "include/shape.h": (
+        """
+#pragma once
+namespace geo::flat {
+/// A closed line.
+template <typename T>
+class Shape : public Base<T> {
+ public:
+  Shape();
+  ~Shape();
+  Q_OBJECT(Shape)
+  bool operator==(const Shape& other) const;
+  static constexpr int kSides = 4;
+  using Point = T;
+};
+}
+int geo::flat::Shape<int>::area(int scale) const { return 1; }
+Shape::Shape() : sides_(0) {}
+""",
+        [
+            ("module", "include/shape.h", None, None),
+            ("class", "geo::flat::Shape", "class Shape : public Base<T>", "A closed line."),
+            ("method", "geo::flat::Shape::Shape", "Shape()", None),
+            ("method", "geo::flat::Shape::~Shape", "~Shape()", None),
+            (
+                *("method", "geo::flat::Shape::operator=="),
+                *("bool operator==(const Shape& other) const", None),
+            ),
+            ("constant", "geo::flat::Shape::kSides", "static constexpr int kSides = 4", None),
+            ("type", "geo::flat::Shape::Point", "using Point = T", None),
+            (
+                *("method", "geo::flat::Shape::area"),
+                *("int geo::flat::Shape<int>::area(int scale) const", None),
+            ),
+            ("method", "Shape::Shape", "Shape::Shape()", None),
+        ],
+    ),
+    "gin/context.go": (
+        """
+// Package gin serves.
+package gin
+
+// Context is one request.
+type Context struct { Keys map[string]any }
+type (
+	// Handler handles.
+	Handler func(*Context)
+	Writer interface { Write(b []byte) error }
+)
+const a, B = 1, 2
+
+//go:noinline
+func (c *Context[T]) JSON(code int) error { return nil }
+func New() *Context { const local = 1; return nil }
+""",
+        [
+            ("module", "gin/context.go", None, "Package gin serves."),
+            ("struct", "gin.Context", "type Context struct", "Context is one request."),
+            ("type", "gin.Handler", "Handler func(*Context)", "Handler handles."),
+            ("interface", "gin.Writer", "Writer interface", None),
+            ("method", "gin.Writer.Write", "Write(b []byte) error", None),
+            ("constant", "gin.a", "const a, B = 1, 2", None),
+            ("constant", "gin.B", "const a, B = 1, 2", None),
+            ("method", "gin.Context.JSON", "func (c *Context[T]) JSON(code int) error", None),
+            ("function", "gin.New", "func New() *Context", None),
+        ],
+    ),
+    "src/Gson.java": (
+        """
+/* Licensed to you under the Apache License. */
+package com.acme;
+
+/** Converts. */
+@Keep("x") public final class Gson<T> extends Base {
+  private static final Adapter<T> NONE = new Adapter<T>() {
+    @Override public void write(T value) {}
+  };
+  private int count;
+  @Override
+  // hidden
+  public <R> R get(int a) throws E { return null; }
+  Gson() {}
+  enum Mode { LAX }
+  record Pair(int a) {}
+  @interface Mark { int value(); }
+}
+""",
+        [
+            ("module", "src/Gson.java", None, None),
+            (
+                *("class", "com.acme.Gson", "public final class Gson<T> extends Base"),
+                "Converts.",
+            ),
+            (
+                *("constant", "com.acme.Gson.NONE"),
+                *("private static final Adapter<T> NONE = new Adapter<T>()", None),
+            ),
+            ("method", "com.acme.Gson.NONE.write", "public void write(T value)", None),
+            ("method", "com.acme.Gson.get", "public <R> R get(int a) throws E", None),
+            ("method", "com.acme.Gson.Gson", "Gson()", None),
+            ("enum", "com.acme.Gson.Mode", "enum Mode", None),
+            ("constant", "com.acme.Gson.Mode.LAX", "LAX", None),
+            ("class", "com.acme.Gson.Pair", "record Pair(int a)", None),
+            ("interface", "com.acme.Gson.Mark", "@interface Mark", None),
+            ("method", "com.acme.Gson.Mark.value", "int value()", None),
+        ],
+    ),
+    "lib/app/index.js": (
+        """
+'use strict'
+var http = require('http')
+export const LIMIT = 3
+const add = (a, b) => a + b
+/**
+ * Uses it.
+ */
+
+app.use = function use(fn) { const inside = 1 }
+View.prototype.render = async function () {}
+exports.z = (x) => x
+class Foo extends Bar { static make(a) {} run = () => 1; #hide() {} }
+const table = { get: function () {}, put() {} }
+""",
+        [
+            ("module", "lib.app", None, None),
+            ("constant", "lib.app.LIMIT", "export const LIMIT = 3", None),
+            ("function", "lib.app.add", "const add = (a, b)", None),
+            ("method", "lib.app.app.use", "app.use = function use(fn)", "Uses it."),
+            (
+                *("method", "lib.app.View.render"),
+                *("View.prototype.render = async function ()", None),
+            ),
+            ("function", "lib.app.z", "exports.z = (x)", None),
+            ("class", "lib.app.Foo", "class Foo extends Bar", None),
+            ("method", "lib.app.Foo.make", "static make(a)", None),
+            ("method", "lib.app.Foo.run", "run = ()", None),
+            ("method", "lib.app.Foo.#hide", "#hide()", None),
+            ("constant", "lib.app.table", "const table", None),
+            ("function", "lib.app.table.get", "get: function ()", None),
+            ("function", "lib.app.table.put", "put()", None),
+        ],
+    ),
+    "web/src/ui/button.tsx": (
+        """
+export interface Props<T> { onClick(a: T): void; label: string }
+/** Draws. */
+export abstract class Button { abstract draw(): void; hot = (x: number) => x }
+export type Size = 'l' | 's'
+export enum Tone { Loud = 1 }
+export function over(a: string): void
+export function over(a: any) { return <b>{a}</b> }
+namespace Inner { export function f() {} }
+""",
+        [
+            ("module", "ui.button", None, None),
+            ("interface", "ui.button.Props", "export interface Props<T>", None),
+            ("method", "ui.button.Props.onClick", "onClick(a: T): void", None),
+            ("class", "ui.button.Button", "export abstract class Button", "Draws."),
+            ("method", "ui.button.Button.draw", "abstract draw(): void", None),
+            ("method", "ui.button.Button.hot", "hot = (x: number)", None),
+            ("type", "ui.button.Size", "export type Size = 'l' | 's'", None),
+            ("enum", "ui.button.Tone", "export enum Tone", None),
+            ("constant", "ui.button.Tone.Loud", "Loud = 1", None),
+            ("function", "ui.button.over", "export function over(a: string): void", None),
+            ("function", "ui.button.over", "export function over(a: any)", None),
+            ("function", "ui.button.Inner.f", "function f()", None),
+        ],
+    ),
+    "my-io/src/net/mod.rs": (
+        """
+//! Sockets.
+/// A socket.
+#[derive(Debug)]
+pub struct Socket<T> { fd: T }
+impl<T: Fd> Read for Socket<T> {
+    const SIZE: usize = 1;
+    fn read(&self) -> u8 where T: Fd { 1 }
+}
+pub trait Read { fn read(&self) -> u8; }
+enum State { Open(u8) }
+macro_rules! sock { () => {} }
+mod inner { pub async fn wait() {} }
+cfg_net! {
+    impl Socket { pub fn bind() {} }
+}
+""",
+        [
+            ("module", "my_io::net", None, "Sockets."),
+            ("struct", "my_io::net::Socket", "pub struct Socket<T>", "A socket."),
+            ("constant", "my_io::net::Socket::SIZE", "const SIZE: usize = 1", None),
+            ("method", "my_io::net::Socket::read", "fn read(&self) -> u8 where T: Fd", None),
+            ("trait", "my_io::net::Read", "pub trait Read", None),
+            ("method", "my_io::net::Read::read", "fn read(&self) -> u8", None),
+            ("enum", "my_io::net::State", "enum State", None),
+            ("constant", "my_io::net::State::Open", "Open(u8)", None),
+            ("macro", "my_io::net::sock", "macro_rules! sock { () => {} }", None),
+            ("function", "my_io::net::inner::wait", "pub async fn wait()", None),
+            ("method", "my_io::net::Socket::bind", "pub fn bind()", None),
+        ],
+    ),
+}
+
+
+@pytest.mark.parametrize("path", CASES)
+def test_symbols_are_read_with_kind_name_signature_and_docstring(path: str) -> None:
+    source, expected = CASES[path]
+    language = language_of(path)
+    assert language is not None
+    symbols = extract_symbols(path, source.lstrip("\n").encode(), language)
+    assert [(s.kind, s.fqn, s.signature, s.docstring) for s in symbols] == expected
+    assert all(s.fqn.endswith(s.name) for s in symbols if s.kind != "module")
+
+
+def test_lines_count_from_one_and_include_the_last() -> None:
+    source = b"#define A 1\n\nint f(void)\n{\n}\n"
+    language = language_of("a.c")
+    assert language is not None
+    places = [(s.name, s.start_line, s.end_line) for s in extract_symbols("a.c", source, language)]
+    assert places == [("a", 1, 5), ("A", 1, 1), ("f", 3, 5)]
+
+
+@pytest.mark.parametrize(
+    "source",
+    [
+        b"",
+        b"\xff\xfe def f(\x00): (((",
+        b"class A:\n" + b"".join(b" " * i + b"class A:\n" for i in range(1, 400)),
+        b"x = " + b"(" * 20_000,
+    ],
+    ids=["empty", "garbage", "nested classes", "nested brackets"],
+)
+def test_a_broken_file_gives_at_least_its_module(source: bytes) -> None:
+    language = language_of("a.py")
+    assert language is not None
+    assert extract_symbols("a.py", source, language)[0].kind == "module"
+
+
+@pytest.mark.parametrize(
+    ("comment", "text"),
+    [
+        ("/**\n * One.\n *\n *   two\n */", "One.\n\n  two"),
+        ("// a ------\n// ----\n// eslint-disable-next-line\n// b", "a\nb"),
+        ("#!/usr/bin/env python\n# -*- coding: utf-8 -*-\n# Runs.", "Runs."),
+        ("/* MIT License\n * do what you like */", ""),
+        ("// zip -- squeezes bytes\n// (c) 1999 Somebody", "zip -- squeezes bytes"),
+    ],
+)
+def test_a_comment_is_read_without_markers_pragmas_and_licence(comment: str, text: str) -> None:
+    assert without_licence(comment_text([comment])) == text
