@@ -147,6 +147,16 @@ TEST(Concurrency, OneBuildServesAllWhoAskInAState) {
   Service service(0);
   int number = 0;
   std::atomic<int> mixed = 0;
+  std::atomic<int> readings = 0;
+  // A build goes on only when all have read the fingerprint and are on their way to it.
+  service.index->before = [&](fakes::Index::Call call) {
+    if (call == fakes::Index::Call::kFingerprint) {
+      ++readings;
+      readings.notify_all();
+    } else if (call == fakes::Index::Call::kListing) {
+      for (int seen = readings; seen < number * kThreads; seen = readings) readings.wait(seen);
+    }
+  };
   std::barrier next_state(kThreads, [&]() noexcept { service.index->become(state(++number)); });
   {
     std::vector<std::jthread> threads;
@@ -161,29 +171,6 @@ TEST(Concurrency, OneBuildServesAllWhoAskInAState) {
   }
   EXPECT_EQ(mixed, 0);
   EXPECT_EQ(service.index->counts->listings, kStates - 1);
-}
-
-TEST(Concurrency, QuestionsThatArriveDuringABuildWaitForIt) {
-  // The build goes on only when every thread has read the fingerprint and so is on its way to it.
-  Service service(3);
-  std::atomic<int> readings = 0;
-  service.index->before = [&](fakes::Index::Call call) {
-    if (call == fakes::Index::Call::kFingerprint) {
-      ++readings;
-      readings.notify_all();
-    } else if (call == fakes::Index::Call::kListing) {
-      for (int seen = readings; seen < kThreads; seen = readings) readings.wait(seen);
-    }
-  };
-  std::atomic<int> answered = 0;
-  {
-    std::vector<std::jthread> threads;
-    for (int thread = 0; thread < kThreads; ++thread) {
-      threads.emplace_back([&] { answered += service.ask(kMix.front()).hits.empty() ? 0 : 1; });
-    }
-  }
-  EXPECT_EQ(answered, kThreads);
-  EXPECT_EQ(service.index->counts->listings, 1);
 }
 
 }  // namespace

@@ -74,9 +74,9 @@ TEST_F(TextTables, AreLockedUntilTheSearchEndsHoweverItEnds) {
 
 TEST_F(TextTables, AreAbsentWithOneWarningWhenTheTokenizerIsUnknown) {
   EXPECT_EQ(make({.tokenizer = "no_such"}), nullptr);
-  EXPECT_EQ(log.warnings(),
-            std::vector<std::string>{"This SQLite has no FTS5: retrieval ranks without text; "
-                                     "no such tokenizer: no_such"});
+  EXPECT_EQ(log.all(), std::vector<std::string>{
+                           "warning This SQLite has no FTS5: retrieval ranks without text; "
+                           "no such tokenizer: no_such"});
 }
 
 TEST_F(TextTables, FailWhenSqliteRefusesTheRankOption) {

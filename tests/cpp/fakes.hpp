@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <numeric>
 #include <string>
 #include <utility>
 #include <vector>
@@ -129,14 +130,6 @@ class Lines final : public Log {
     const std::lock_guard guard(lock_);
     lines_.push_back(std::move(line));
   }
-  std::vector<std::string> warnings() const {
-    const std::lock_guard guard(lock_);
-    std::vector<std::string> found;
-    for (const std::string& line : lines_) {
-      if (line.starts_with("warning ")) found.push_back(line.substr(8));
-    }
-    return found;
-  }
   std::vector<std::string> all() const {
     const std::lock_guard guard(lock_);
     return lines_;
@@ -150,18 +143,15 @@ class Lines final : public Log {
 // A decision client and what goes with it; by default it turns the candidates around.
 class Decisions final : public RerankClient, public DecisionSupport {
  public:
+  using Lines = std::vector<std::string>;
+
   bool on = true;
-  std::function<std::vector<std::int64_t>(std::int64_t count)> order = [](std::int64_t count) {
-    std::vector<std::int64_t> positions;
-    for (std::int64_t at = count; at > 0; --at) positions.push_back(at - 1);
+  std::atomic<int> switch_reads = 0;
+  std::function<std::vector<std::int64_t>(const Lines&)> order = [](const Lines& lines) {
+    std::vector<std::int64_t> positions(lines.size());
+    std::iota(positions.rbegin(), positions.rend(), 0);
     return positions;
   };
-  std::atomic<int> switch_reads = 0;
-
-  std::vector<std::string> lines_of_last_call() const {
-    const std::lock_guard guard(lock_);
-    return lines_;
-  }
 
   bool feature_enabled(std::string_view name) override {
     ++switch_reads;
@@ -179,20 +169,13 @@ class Decisions final : public RerankClient, public DecisionSupport {
     if (*static_cast<const bool*>(consent.get())) line += " " + std::string(candidate.path);
     return line + " " + std::string(candidate.docstring.value_or("-"));
   }
-  DecisionRequest rerank_request(std::string_view /*query*/,
-                                 const std::vector<std::string>& lines) override {
-    const std::lock_guard guard(lock_);
-    lines_ = lines;
-    return {.state = std::make_shared<std::size_t>(lines.size()), .questions = nullptr};
+  DecisionRequest rerank_request(std::string_view query, const Lines& lines) override {
+    return {std::make_shared<Lines>(lines), std::make_shared<std::string>(query)};
   }
   std::vector<std::int64_t> rerank_order(const HostValue& answer, std::size_t count) override {
-    if (*static_cast<const std::size_t*>(answer.get()) != count) throw DecisionError("mixed up");
-    return order(static_cast<std::int64_t>(count));
+    const auto& lines = *static_cast<const Lines*>(answer.get());
+    return lines.size() == count ? order(lines) : std::vector<std::int64_t>();
   }
-
- private:
-  mutable std::mutex lock_;
-  std::vector<std::string> lines_;
 };
 
 // One number that depends on every byte of the text.
@@ -214,12 +197,6 @@ inline std::shared_ptr<const _Corpus> snapshot(std::vector<StoredSymbol> symbols
                                                Log&& log = Lines()) {
   Index index(std::move(symbols));
   return _build_corpus(index, index.retrieval_fingerprint(), settings, rules(), log);
-}
-
-inline std::vector<SymbolId> ids_of(const RankMap& ranks) {
-  std::vector<SymbolId> ids;
-  for (const auto& [id, rank] : ranks) ids.push_back(id);
-  return ids;
 }
 
 inline std::vector<SymbolId> ids_of(const std::vector<Hit>& hits) {

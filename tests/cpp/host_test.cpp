@@ -13,9 +13,6 @@ TEST(LogText, FillsEachConversionInItsOwnWay) {
                          {std::int64_t{-3}, "a%d", 1.7, "it's\n\\", error},
                          nullptr};
   EXPECT_EQ(log_text(record), R"(-3 of a%d in 2 ms, 'it\'s\n\\': deadline)");
-}
-
-TEST(LogText, HasAStandInForAnErrorWithoutAMessage) {
   EXPECT_EQ(message_of(std::make_exception_ptr(7)), "unknown error");
 }
 

@@ -13,22 +13,22 @@ namespace retrieval {
 namespace {
 
 using Words = std::vector<std::string>;
+using Table = std::vector<std::pair<std::string, std::string>>;
+
+std::string joined(const Words& words) {
+  std::string text;
+  for (const std::string& word : words) text += text.empty() ? word : " " + word;
+  return text;
+}
 
 TEST(Unicode, LowersWithTheFullMappingAndKeepsIllFormedBytes) {
-  const std::vector<std::pair<std::string, std::string>> cases{
-      {"", ""},
-      {"PARSER_2", "parser_2"},
-      {"ÀÉ Ж", "àé ж"},
-      {"ΟΔΟΣ ΣΑΣ", "οδος σας"},            // a sigma that ends a word is another letter
-      {"Σ", "σ"},                          // ... but not when it is the whole word
-      {"İ", "i\u0307"},                    // one character becomes two
-      {"ẞ", "ß"},                          //
-      {"\xED\xA0\x80Ä", "\xED\xA0\x80ä"},  // a lone surrogate
-      {"Ä\xFF\xC3", "ä\xFF\xC3"},          // never a byte of UTF-8, and a cut-off letter
-      {"\xF0\x9F\x98Ä\x80", "\xF0\x9F\x98ä\x80"},
-      {"ΑΣ\xFFΑ", "ας\xFFα"},  // no mapping looks across ill-formed bytes
-      {std::string("A\0É", 4), std::string("a\0é", 4)},
-  };
+  const Table cases{{"PARSER_2 ÀÉ Ж", "parser_2 àé ж"},
+                    {"ΟΔΟΣ ΣΑΣ Σ", "οδος σας σ"},  // a sigma that ends a word is another letter
+                    {"İẞ", "i\u0307ß"},            // one character becomes two
+                    {"\xED\xA0\x80Ä", "\xED\xA0\x80ä"},  // a lone surrogate
+                    {"Ä\xFF\xC3", "ä\xFF\xC3"},  // never a byte of UTF-8, and a cut-off letter
+                    {"ΑΣ\xFFΑ", "ας\xFFα"},      // no mapping looks across ill-formed bytes
+                    {std::string("A\0É", 4), std::string("a\0é", 4)}};
   for (const auto& [text, lower] : cases) EXPECT_EQ(unicode::lower_case(text), lower) << text;
 }
 
@@ -37,7 +37,6 @@ TEST(Unicode, ChangesTheFirstCharacterOnly) {
                                                       {"the MODEL", "The MODEL", "the MODEL"},
                                                       {"Éa É", "Éa É", "éa É"},
                                                       {"ßa", "SSa", "ßa"},
-                                                      {"ΣA", "ΣA", "σA"},
                                                       {"\xFFÄ", "\xFFÄ", "\xFFÄ"}};
   for (const auto& [text, upper, lower] : cases) {
     EXPECT_EQ(unicode::with_upper_first(text), upper);
@@ -45,42 +44,29 @@ TEST(Unicode, ChangesTheFirstCharacterOnly) {
   }
 }
 
-TEST(Unicode, StripsEveryWhiteSpaceOfTheEnds) {
+TEST(Unicode, StripsWhiteSpaceAndCountsCodePoints) {
   EXPECT_EQ(unicode::strip("\t\x1C\u0085\u00A0\u2028 a \u3000b\u2003\r\n"), "a \u3000b");
   EXPECT_EQ(unicode::strip(" \u2000\v"), "");
-  EXPECT_EQ(unicode::strip("\u200B a\xE3\x80"), "\u200B a\xE3\x80")
-      << "none of these is white space";
-}
-
-TEST(Unicode, CountsCodePoints) {
-  EXPECT_EQ(unicode::length(""), 0U);
+  EXPECT_EQ(unicode::strip("\u200B a\xE3\x80"), "\u200B a\xE3\x80") << "no white space";
   EXPECT_EQ(unicode::length("aé€😀\xED\xA0\x80"), 5U);
 }
 
 TEST(Words, AreSplitOutOfIdentifiers) {
-  const std::vector<std::pair<std::string, Words>> cases{
-      {"getHTTPResponse_v2", {"get", "http", "response", "v", "2"}},
-      {"src/x-news-source.ts", {"src", "x", "news", "source", "ts"}},
-      {"XMLHttpRequest", {"xml", "http", "request"}},
-      {"HTTP2Server", {"http", "2", "server"}},
-      {"ABCDef", {"abc", "def"}},
-      {"ABCdef", {"ab", "cdef"}},
-      {"IPv6Address", {"i", "pv", "6", "address"}},
-      {"iOS", {"i", "os"}},
-      {"utf8Decoder", {"utf", "8", "decoder"}},
-      {"__init__", {"init"}},
-      {"café naïve ٣", {"caf", "na", "ve"}},
-      {"2024-01-05", {"2024", "01", "05"}},
-      {"Foo foo", {"foo", "foo"}},
-      {"", {}},
-  };
-  for (const auto& [text, words] : cases) EXPECT_EQ(split_identifier(text), words) << text;
+  const Table cases{{"getHTTPResponse_v2", "get http response v 2"},
+                    {"XMLHttpRequest", "xml http request"},
+                    {"src/x-news.ts", "src x news ts"},
+                    {"ABCDef ABCdef", "abc def ab cdef"},
+                    {"IPv6Address", "i pv 6 address"},
+                    {"café naïve ٣", "caf na ve"},
+                    {"Foo foo", "foo foo"}};
+  for (const auto& [text, words] : cases) EXPECT_EQ(joined(split_identifier(text)), words) << text;
 }
 
-TEST(Words, OfAQuestionAreItsTermsWithoutStopWordsEachOnce) {
-  EXPECT_EQ(query_terms("How does build_context_pack work? The Work of a pack!"),
-            (Words{"build", "context", "pack", "work"}));
-  EXPECT_EQ(query_terms("isn't it done"), (Words{"isn", "done"}));
+TEST(Words, LoseStopWordsAndInAQuestionRepeats) {
+  const std::string text = "How does build_context_pack work? The Work isn't a pack2!";
+  EXPECT_EQ(joined(query_terms(text)), "build context pack work isn 2");
+  EXPECT_EQ(_index_text(text), "build context pack work work isn pack 2");
+  EXPECT_EQ(_index_text(std::nullopt), "");
   EXPECT_EQ(query_terms("how does it"), Words{});
   EXPECT_EQ(STOP_WORDS.size(), 138U);
   EXPECT_TRUE(std::ranges::all_of(STOP_WORDS, [](auto word) { return STOP_WORDS.contains(word); }));
@@ -95,36 +81,27 @@ TEST(Words, TellAQuestionAboutTests) {
   }
 }
 
-TEST(Words, ToIndexKeepRepeats) {
-  EXPECT_EQ(_index_text("The parser of Foo foo FILE2"), "parser foo foo file 2");
-  EXPECT_EQ(_index_text(std::nullopt), "");
-  EXPECT_EQ(_index_text("what is the"), "");
-}
-
 TEST(Names, ReadAsCodeByTheirSpelling) {
   for (const auto* word : {"effective_action", "$scope", "x2", "getHTTPResponse", "HTTPServer",
-                           "iOS", "Offloader", "Ab", "x٣", "x²", "Éa"}) {
+                           "iOS", "Offloader", "x٣", "x²", "Éa"}) {
     EXPECT_TRUE(reads_as_code(word)) << word;
   }
-  for (const auto* word : {"X", "PDF", "HTTPS", "music", "then", "", "É", "éÀ", "\xFF", "A\xFF"}) {
+  for (const auto* word : {"X", "PDF", "HTTPS", "music", "", "É", "éÀ", "A\xFF"}) {
     EXPECT_FALSE(reads_as_code(word)) << word;
   }
 }
 
 TEST(Names, OfAQuestionStayWhole) {
-  const std::vector<std::pair<std::string, Words>> cases{
-      {"How does build_context_pack work?", {"build_context_pack", "work"}},
-      {"where is getHTTPResponse_v2 defined", {"getHTTPResponse_v2", "defined"}},
-      {"$scope.apply()", {"$scope", "apply"}},
-      {"what is X", {"X"}},
-      {"then", {"then"}},
-      {"then then", {}},
-      {"Foo foo Foo", {"Foo", "foo"}},
-      {"2fast4you", {"fast4you"}},
-      {"café au lait", {"caf", "au", "lait"}},
-      {"...", {}},
-  };
-  for (const auto& [query, names] : cases) EXPECT_EQ(query_names(query), names) << query;
+  const Table cases{{"How does build_context_pack work?", "build_context_pack work"},
+                    {"$scope.apply()", "$scope apply"},
+                    {"what is X", "X"},
+                    {"then", "then"},
+                    {"then then", ""},
+                    {"Foo foo Foo", "Foo foo"},
+                    {"2fast4you", "fast4you"},
+                    {"café au lait", "caf au lait"},
+                    {"...", ""}};
+  for (const auto& [query, names] : cases) EXPECT_EQ(joined(query_names(query)), names) << query;
 }
 
 // A pattern in the plainest form: ordered alternatives, each a sequence of greedy repetitions.
@@ -189,25 +166,16 @@ std::string ascii_lower(std::string text) {
   return text;
 }
 
-// Every text of up to six characters of different classes, then longer ones of any bytes.
+// Short texts of every class of character, the neighbours of the classes and any bytes.
 template <typename Check>
 void for_each_text(Check check) {
-  const std::string classes = "aB1_.";
-  for (std::size_t size = 0, count = 1; size <= 6; ++size, count *= classes.size()) {
-    for (std::size_t number = 0; number < count; ++number) {
-      std::string text;
-      for (std::size_t rest = number; text.size() < size; rest /= classes.size()) {
-        text += classes[rest % classes.size()];
-      }
-      check(text);
-    }
-  }
+  const std::string likely = "aBzZC09_$ @[`{/:\xC3\xA9";
   std::mt19937 random(20240105);
-  const std::string likely = kUpper + kLower + kDigit + "_$@[`{/:  \xC3\xA9\xFF";
-  for (int round = 0; round < 5000; ++round) {
-    std::string text(random() % 40, ' ');
+  for (int round = 0; round < 30000; ++round) {
+    const std::size_t kinds = random() % 2 == 0 ? 7 : likely.size();
+    std::string text(random() % 14, ' ');
     for (char& c : text) {
-      c = random() % 10 == 0 ? static_cast<char>(random()) : likely[random() % likely.size()];
+      c = random() % 20 == 0 ? static_cast<char>(random()) : likely[random() % kinds];
     }
     check(text);
   }

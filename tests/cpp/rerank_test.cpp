@@ -38,17 +38,19 @@ class Rerank : public testing::Test {
 };
 
 TEST_F(Rerank, MovesTheFirstTwelveThatAreNotPinned) {
-  decisions.order = [](auto) { return Positions{4, 0, 1, 2, 3, 5, 6, 7, 8, 9, 10, 11}; };
+  decisions.order = [](auto&) { return Positions{4, 0, 1, 2, 3, 5, 6, 7, 8, 9, 10, 11}; };
   const auto [ids, note] = ask(20, {1, 2});
   EXPECT_EQ(ids, (Ids{1, 2, 7, 3, 4, 5, 6, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20}));
   EXPECT_EQ(note, std::nullopt);
 }
 
 TEST_F(Rerank, ShowsTheModelOneLineForEachCandidate) {
-  EXPECT_EQ(ask(3, {1}).first, (Ids{1, 3, 2}));
   // The index no longer holds the symbol of the odd id.
-  EXPECT_EQ(decisions.lines_of_last_call(),
-            (std::vector<std::string>{"f2 a.py doc 2", "f3 a.py -"}));
+  decisions.order = [](const std::vector<std::string>& lines) {
+    EXPECT_EQ(lines, (std::vector<std::string>{"f2 a.py doc 2", "f3 a.py -"}));
+    return Positions{1, 0};
+  };
+  EXPECT_EQ(ask(3, {1}).first, (Ids{1, 3, 2}));
 }
 
 TEST_F(Rerank, AsksNothingForFewerThanTwo) {
@@ -59,26 +61,26 @@ TEST_F(Rerank, AsksNothingForFewerThanTwo) {
 }
 
 TEST_F(Rerank, TakesTheOrderAsItIs) {
-  decisions.order = [](auto) { return Positions{1, 1}; };
+  decisions.order = [](auto&) { return Positions{1, 1}; };
   EXPECT_EQ(ask(4, {1}).first, (Ids{1, 3, 3})) << "three candidates, one named twice, two never";
 }
 
 TEST_F(Rerank, KeepsTheOrderWhenTheModelOrTheIndexFails) {
-  decisions.order = [](auto) -> Positions { throw DecisionError("deadline of 3 s"); };
+  decisions.order = [](auto&) -> Positions { throw DecisionError("deadline of 3 s"); };
   EXPECT_EQ(ask(3, {}), (std::pair{Ids{1, 2, 3}, std::optional(kFailed)}));
   index.before = [](auto) { throw std::runtime_error("disk"); };
   EXPECT_EQ(ask(3, {3}), (std::pair{Ids{1, 2, 3}, std::optional(kFailed)}));
-  EXPECT_EQ(log.warnings(),
+  EXPECT_EQ(log.all(),
             (std::vector<std::string>{
-                R"(The rerank of 'it\'s' kept the retriever's order: deadline of 3 s)",
-                R"(The rerank of 'it\'s' failed; disk)"}));
+                R"(warning The rerank of 'it\'s' kept the retriever's order: deadline of 3 s)",
+                R"(warning The rerank of 'it\'s' failed; disk)"}));
   index.before = [](auto) { throw StopRequest(); };
   EXPECT_THROW(ask(3, {}), StopRequest);
 }
 
 TEST_F(Rerank, FailsTheQuestionForAPositionOutsideTheCandidates) {
   for (const std::int64_t position : {std::int64_t{3}, std::int64_t{-1}}) {
-    decisions.order = [&](auto) { return Positions{0, position}; };
+    decisions.order = [&](auto&) { return Positions{0, position}; };
     EXPECT_THROW(ask(3, {}), std::out_of_range) << position;
   }
 }

@@ -36,8 +36,7 @@ TEST(Note, TellsWhatWasMissingAndWhatWasCutShort) {
       {{ok, no_text, no_text, partial}, "Ranked by name and meaning only: no text. Éven less."},
       {{no_text, no_text, no_text, no_text}, "Ranked by nothing only: no text."},
       {{partial, {{}, OK, "odd"}, ok, partial},
-       "Ranked by name and text and meaning only: odd. Éven less. Éven less."},
-  };
+       "Ranked by name and text and meaning only: odd. Éven less. Éven less."}};
   for (const auto& [given, note] : cases) {
     _Channels channels;
     for (std::size_t i = 0; i < given.size(); ++i) channels.emplace_back(CHANNELS[i], given[i]);
@@ -46,25 +45,17 @@ TEST(Note, TellsWhatWasMissingAndWhatWasCutShort) {
 }
 
 TEST(Scope, IsNormalised) {
-  const std::vector<std::pair<std::optional<std::string>, std::optional<std::string>>> cases{
-      {std::nullopt, std::nullopt},
-      {"", std::nullopt},
-      {".", std::nullopt},
-      {"./", std::nullopt},
-      {"/", std::nullopt},
-      {" \u3000\t", std::nullopt},
+  for (const auto* scope : {"", ".", "./", "/", " \u3000\t", ".//"}) {
+    EXPECT_EQ(_normalize_scope(scope), std::nullopt) << scope;
+  }
+  EXPECT_EQ(_normalize_scope(std::nullopt), std::nullopt);
+  const std::vector<std::pair<std::string, std::string>> cases{
       {"././src", "src"},
       {".//src//", "src"},
-      {"\\src\\retrieval\\", "src/retrieval"},
-      {"  src/app.py ", "src/app.py"},
+      {" \\src\\retrieval\\ ", "src/retrieval"},
       {"src/./x//y/..", "src/./x//y/.."},
-      {"..", ".."},
-      {"/./src", "./src"},  // only what stands first is taken away
-      {"./ src", " src"},
-  };
-  for (const auto& [scope, normalised] : cases) {
-    EXPECT_EQ(_normalize_scope(scope), normalised) << scope.value_or("absent");
-  }
+      {"/./src", "./src"}};
+  for (const auto& [scope, normal] : cases) EXPECT_EQ(_normalize_scope(scope), normal) << scope;
 }
 
 TEST(Scope, AdmitsWhatLiesInItAndTheSnapshotHolds) {
@@ -85,24 +76,17 @@ TEST(Scope, AdmitsWhatLiesInItAndTheSnapshotHolds) {
 TEST(Settings, WriteWeightsInTheirShortestForm) {
   EXPECT_EQ(RetrievalSettings().weights.rank_function(), "bm25(10.0, 3.0, 2.0, 1.0)");
   EXPECT_EQ(RetrievalSettings().file_weights.rank_function(), "bm25(3.0, 2.0, 1.0)");
-  const std::vector<std::pair<double, std::string>> cases{
-      {10, "10.0"},
-      {0.5, "0.5"},
-      {0.1, "0.1"},
-      {0.0001, "0.0001"},
-      {1e-5, "1e-05"},
-      {2.5e-7, "2.5e-07"},
-      {1e15, "1000000000000000.0"},
-      {1e16, "1e+16"},
-      {-3, "-3.0"},
-      {-1.5e-100, "-1.5e-100"},
-      {0, "0.0"},
-      {-0.0, "-0.0"},
-      {1.0 / 3, "0.3333333333333333"},
-      {9007199254740993, "9007199254740992.0"},
-      {5e-324, "5e-324"},
-      {123456.789, "123456.789"},
-  };
+  const std::vector<std::pair<double, std::string>> cases{{0.5, "0.5"},
+                                                          {0.1, "0.1"},
+                                                          {0.0001, "0.0001"},
+                                                          {1e-5, "1e-05"},
+                                                          {2.5e-7, "2.5e-07"},
+                                                          {1e15, "1000000000000000.0"},
+                                                          {1e16, "1e+16"},
+                                                          {-1.5e-100, "-1.5e-100"},
+                                                          {-0.0, "-0.0"},
+                                                          {1.0 / 3, "0.3333333333333333"},
+                                                          {9007199254740993, "9007199254740992.0"}};
   for (const auto& [weight, text] : cases) {
     EXPECT_EQ(_bm25(std::array{weight}), "bm25(" + text + ")");
   }
@@ -111,11 +95,8 @@ TEST(Settings, WriteWeightsInTheirShortestForm) {
 class Retriever : public testing::Test {
  protected:
   HybridRetriever make(QueryEmbedder embedder = {}, RetrievalSettings settings = {}) {
-    return {index,
-            {fakes::rules(), log, decisions},
-            std::move(embedder),
-            std::move(settings),
-            decisions};
+    const Host host{fakes::rules(), std::make_shared<fakes::Lines>(), decisions};
+    return {index, host, std::move(embedder), std::move(settings), decisions};
   }
   int listings() const { return index->counts->listings; }
 
@@ -125,7 +106,6 @@ class Retriever : public testing::Test {
       symbol(3, "cache_test", "tests/cache.cpp", "Checks the cache."),
       symbol(4, "evict", "src/cache.cpp", "Evicts from the cache."),
   });
-  const std::shared_ptr<fakes::Lines> log = std::make_shared<fakes::Lines>();
   const std::shared_ptr<fakes::Decisions> decisions = std::make_shared<fakes::Decisions>();
 };
 
@@ -228,7 +208,8 @@ TEST_F(Retriever, HoldsNoLockWhileItAsksTheHostAndKeepsItsSnapshot) {
     }
     return fakes::embed(text);
   };
-  retriever = std::make_unique<HybridRetriever>(index, Host{fakes::rules(), log}, embed);
+  retriever = std::make_unique<HybridRetriever>(
+      index, Host{fakes::rules(), std::make_shared<fakes::Lines>()}, embed);
   EXPECT_EQ(ids_of(retriever->retrieve("cache").hits), (Ids{2, 4, 1}));
   EXPECT_EQ(inner, Ids{9});
   EXPECT_EQ(index->counts->alive, 1);
@@ -246,7 +227,7 @@ TEST_F(Retriever, RerankBringsHitsFromBeyondTheLimit) {
 }
 
 TEST_F(Retriever, JoinsTheNotesOfTheChannelsAndOfTheRerank) {
-  decisions->order = [](auto) -> std::vector<std::int64_t> { throw DecisionError("late"); };
+  decisions->order = [](auto&) -> std::vector<std::int64_t> { throw DecisionError("late"); };
   const std::string failed(_RERANK_FAILED);
   HybridRetriever bare = make({}, {.tokenizer = "no_such"});
   const Question reranked{.rerank = true};
