@@ -6,9 +6,8 @@ from codeindex.indexing.comments import comment_text, without_licence
 from codeindex.indexing.extraction import extract_symbols
 from codeindex.utils.language_filter import language_of
 
-Expected = list[tuple[str, str, str | None, str | None]]  # kind, fqn, signature, docstring
-
-CASES: dict[str, tuple[str, Expected]] = {
+# For each path a source and what is read of it: kind, qualified name | signature | docstring.
+CASES = {
     "src/app/web/__init__.py": (
         '''
 """Web things."""
@@ -31,18 +30,15 @@ class View(Base):
     name = "x"
     def get(self): "Gets."
 ''',
-        [
-            ("module", "app.web", None, "Web things."),
-            ("constant", "app.web.LIMIT", "LIMIT = 3", "Most of them."),
-            (
-                *("function", "app.web.hello", "async def hello(a, b: int = 1) -> str"),
-                "Says hello.",
-            ),
-            ("function", "app.web.hello.inner", "def inner()", None),
-            ("class", "app.web.View", "class View(Base)", "Shows."),
-            ("constant", "app.web.View.DEEP", "DEEP = {…}", None),
-            ("method", "app.web.View.get", "def get(self)", "Gets."),
-        ],
+        """
+module app.web |  | Web things.
+constant app.web.LIMIT | LIMIT = 3 | Most of them.
+function app.web.hello | async def hello(a, b: int = 1) -> str | Says hello.
+function app.web.hello.inner | def inner() |
+class app.web.View | class View(Base) | Shows.
+constant app.web.View.DEEP | DEEP = {…} |
+method app.web.View.get | def get(self) | Gets.
+""",
     ),
     "lib/list.c": (
         """
@@ -64,21 +60,18 @@ int *list_add(list *l,
               int value)
 { return 0; }
 """,
-        [
-            ("module", "lib/list.c", None, "list.c -- chained lists"),
-            ("constant", "LIST_MAX", "#define LIST_MAX 16", None),
-            ("macro", "LIST_AT", "#define LIST_AT(l, i) ((l)->items[i])", None),
-            ("struct", "list", "typedef struct list", None),
-            ("enum", "order", "typedef enum order", None),
-            ("constant", "order::ASC", "ASC", None),
-            ("constant", "order::DESC", "DESC", None),
-            ("constant", "names", 'static const char *const names[] = {"a"}', None),
-            ("function", "list_add", "int *list_add(list *l, int value)", "Appends."),
-            (
-                *("function", "list_add", "int *list_add(list *l, int value)"),
-                "Appends to the end.\nAnd returns it.",
-            ),
-        ],
+        """
+module lib/list.c |  | list.c -- chained lists
+constant LIST_MAX | #define LIST_MAX 16 |
+macro LIST_AT | #define LIST_AT(l, i) ((l)->items[i]) |
+struct list | typedef struct list |
+enum order | typedef enum order |
+constant order::ASC | ASC |
+constant order::DESC | DESC |
+constant names | static const char *const names[] = {"a"} |
+function list_add | int *list_add(list *l, int value) | Appends.
+function list_add | int *list_add(list *l, int value) | Appends to the end. / And returns it.
+""",
     ),
     "include/shape.h": (
         """
@@ -99,23 +92,17 @@ class Shape : public Base<T> {
 int geo::flat::Shape<int>::area(int scale) const { return 1; }
 Shape::Shape() : sides_(0) {}
 """,
-        [
-            ("module", "include/shape.h", None, None),
-            ("class", "geo::flat::Shape", "class Shape : public Base<T>", "A closed line."),
-            ("method", "geo::flat::Shape::Shape", "Shape()", None),
-            ("method", "geo::flat::Shape::~Shape", "~Shape()", None),
-            (
-                *("method", "geo::flat::Shape::operator=="),
-                *("bool operator==(const Shape& other) const", None),
-            ),
-            ("constant", "geo::flat::Shape::kSides", "static constexpr int kSides = 4", None),
-            ("type", "geo::flat::Shape::Point", "using Point = T", None),
-            (
-                *("method", "geo::flat::Shape::area"),
-                *("int geo::flat::Shape<int>::area(int scale) const", None),
-            ),
-            ("method", "Shape::Shape", "Shape::Shape()", None),
-        ],
+        """
+module include/shape.h |  |
+class geo::flat::Shape | class Shape : public Base<T> | A closed line.
+method geo::flat::Shape::Shape | Shape() |
+method geo::flat::Shape::~Shape | ~Shape() |
+method geo::flat::Shape::operator== | bool operator==(const Shape& other) const |
+constant geo::flat::Shape::kSides | static constexpr int kSides = 4 |
+type geo::flat::Shape::Point | using Point = T |
+method geo::flat::Shape::area | int geo::flat::Shape<int>::area(int scale) const |
+method Shape::Shape | Shape::Shape() |
+""",
     ),
     "gin/context.go": (
         """
@@ -135,17 +122,17 @@ const a, B = 1, 2
 func (c *Context[T]) JSON(code int) error { return nil }
 func New() *Context { const local = 1; return nil }
 """,
-        [
-            ("module", "gin/context.go", None, "Package gin serves."),
-            ("struct", "gin.Context", "type Context struct", "Context is one request."),
-            ("type", "gin.Handler", "Handler func(*Context)", "Handler handles."),
-            ("interface", "gin.Writer", "Writer interface", None),
-            ("method", "gin.Writer.Write", "Write(b []byte) error", None),
-            ("constant", "gin.a", "const a, B = 1, 2", None),
-            ("constant", "gin.B", "const a, B = 1, 2", None),
-            ("method", "gin.Context.JSON", "func (c *Context[T]) JSON(code int) error", None),
-            ("function", "gin.New", "func New() *Context", None),
-        ],
+        """
+module gin/context.go |  | Package gin serves.
+struct gin.Context | type Context struct | Context is one request.
+type gin.Handler | Handler func(*Context) | Handler handles.
+interface gin.Writer | Writer interface |
+method gin.Writer.Write | Write(b []byte) error |
+constant gin.a | const a, B = 1, 2 |
+constant gin.B | const a, B = 1, 2 |
+method gin.Context.JSON | func (c *Context[T]) JSON(code int) error |
+function gin.New | func New() *Context |
+""",
     ),
     "src/Gson.java": (
         """
@@ -167,25 +154,19 @@ package com.acme;
   @interface Mark { int value(); }
 }
 """,
-        [
-            ("module", "src/Gson.java", None, None),
-            (
-                *("class", "com.acme.Gson", "public final class Gson<T> extends Base"),
-                "Converts.",
-            ),
-            (
-                *("constant", "com.acme.Gson.NONE"),
-                *("private static final Adapter<T> NONE = new Adapter<T>()", None),
-            ),
-            ("method", "com.acme.Gson.NONE.write", "public void write(T value)", None),
-            ("method", "com.acme.Gson.get", "public <R> R get(int a) throws E", None),
-            ("method", "com.acme.Gson.Gson", "Gson()", None),
-            ("enum", "com.acme.Gson.Mode", "enum Mode", None),
-            ("constant", "com.acme.Gson.Mode.LAX", "LAX", None),
-            ("class", "com.acme.Gson.Pair", "record Pair(int a)", None),
-            ("interface", "com.acme.Gson.Mark", "@interface Mark", None),
-            ("method", "com.acme.Gson.Mark.value", "int value()", None),
-        ],
+        """
+module src/Gson.java |  |
+class com.acme.Gson | public final class Gson<T> extends Base | Converts.
+constant com.acme.Gson.NONE | private static final Adapter<T> NONE = new Adapter<T>() |
+method com.acme.Gson.NONE.write | public void write(T value) |
+method com.acme.Gson.get | public <R> R get(int a) throws E |
+method com.acme.Gson.Gson | Gson() |
+enum com.acme.Gson.Mode | enum Mode |
+constant com.acme.Gson.Mode.LAX | LAX |
+class com.acme.Gson.Pair | record Pair(int a) |
+interface com.acme.Gson.Mark | @interface Mark |
+method com.acme.Gson.Mark.value | int value() |
+""",
     ),
     "lib/app/index.js": (
         """
@@ -203,24 +184,21 @@ exports.z = (x) => x
 class Foo extends Bar { static make(a) {} run = () => 1; #hide() {} }
 const table = { get: function () {}, put() {} }
 """,
-        [
-            ("module", "lib.app", None, None),
-            ("constant", "lib.app.LIMIT", "export const LIMIT = 3", None),
-            ("function", "lib.app.add", "const add = (a, b)", None),
-            ("method", "lib.app.app.use", "app.use = function use(fn)", "Uses it."),
-            (
-                *("method", "lib.app.View.render"),
-                *("View.prototype.render = async function ()", None),
-            ),
-            ("function", "lib.app.z", "exports.z = (x)", None),
-            ("class", "lib.app.Foo", "class Foo extends Bar", None),
-            ("method", "lib.app.Foo.make", "static make(a)", None),
-            ("method", "lib.app.Foo.run", "run = ()", None),
-            ("method", "lib.app.Foo.#hide", "#hide()", None),
-            ("constant", "lib.app.table", "const table", None),
-            ("function", "lib.app.table.get", "get: function ()", None),
-            ("function", "lib.app.table.put", "put()", None),
-        ],
+        """
+module lib.app |  |
+constant lib.app.LIMIT | export const LIMIT = 3 |
+function lib.app.add | const add = (a, b) |
+method lib.app.app.use | app.use = function use(fn) | Uses it.
+method lib.app.View.render | View.prototype.render = async function () |
+function lib.app.z | exports.z = (x) |
+class lib.app.Foo | class Foo extends Bar |
+method lib.app.Foo.make | static make(a) |
+method lib.app.Foo.run | run = () |
+method lib.app.Foo.#hide | #hide() |
+constant lib.app.table | const table |
+function lib.app.table.get | get: function () |
+function lib.app.table.put | put() |
+""",
     ),
     "web/src/ui/button.tsx": (
         """
@@ -233,20 +211,20 @@ export function over(a: string): void
 export function over(a: any) { return <b>{a}</b> }
 namespace Inner { export function f() {} }
 """,
-        [
-            ("module", "ui.button", None, None),
-            ("interface", "ui.button.Props", "export interface Props<T>", None),
-            ("method", "ui.button.Props.onClick", "onClick(a: T): void", None),
-            ("class", "ui.button.Button", "export abstract class Button", "Draws."),
-            ("method", "ui.button.Button.draw", "abstract draw(): void", None),
-            ("method", "ui.button.Button.hot", "hot = (x: number)", None),
-            ("type", "ui.button.Size", "export type Size = 'l' | 's'", None),
-            ("enum", "ui.button.Tone", "export enum Tone", None),
-            ("constant", "ui.button.Tone.Loud", "Loud = 1", None),
-            ("function", "ui.button.over", "export function over(a: string): void", None),
-            ("function", "ui.button.over", "export function over(a: any)", None),
-            ("function", "ui.button.Inner.f", "function f()", None),
-        ],
+        """
+module ui.button |  |
+interface ui.button.Props | export interface Props<T> |
+method ui.button.Props.onClick | onClick(a: T): void |
+class ui.button.Button | export abstract class Button | Draws.
+method ui.button.Button.draw | abstract draw(): void |
+method ui.button.Button.hot | hot = (x: number) |
+type ui.button.Size | export type Size = 'l' | 's' |
+enum ui.button.Tone | export enum Tone |
+constant ui.button.Tone.Loud | Loud = 1 |
+function ui.button.over | export function over(a: string): void |
+function ui.button.over | export function over(a: any) |
+function ui.button.Inner.f | function f() |
+""",
     ),
     "my-io/src/net/mod.rs": (
         """
@@ -266,19 +244,19 @@ cfg_net! {
     impl Socket { pub fn bind() {} }
 }
 """,
-        [
-            ("module", "my_io::net", None, "Sockets."),
-            ("struct", "my_io::net::Socket", "pub struct Socket<T>", "A socket."),
-            ("constant", "my_io::net::Socket::SIZE", "const SIZE: usize = 1", None),
-            ("method", "my_io::net::Socket::read", "fn read(&self) -> u8 where T: Fd", None),
-            ("trait", "my_io::net::Read", "pub trait Read", None),
-            ("method", "my_io::net::Read::read", "fn read(&self) -> u8", None),
-            ("enum", "my_io::net::State", "enum State", None),
-            ("constant", "my_io::net::State::Open", "Open(u8)", None),
-            ("macro", "my_io::net::sock", "macro_rules! sock { () => {} }", None),
-            ("function", "my_io::net::inner::wait", "pub async fn wait()", None),
-            ("method", "my_io::net::Socket::bind", "pub fn bind()", None),
-        ],
+        """
+module my_io::net |  | Sockets.
+struct my_io::net::Socket | pub struct Socket<T> | A socket.
+constant my_io::net::Socket::SIZE | const SIZE: usize = 1 |
+method my_io::net::Socket::read | fn read(&self) -> u8 where T: Fd |
+trait my_io::net::Read | pub trait Read |
+method my_io::net::Read::read | fn read(&self) -> u8 |
+enum my_io::net::State | enum State |
+constant my_io::net::State::Open | Open(u8) |
+macro my_io::net::sock | macro_rules! sock { () => {} } |
+function my_io::net::inner::wait | pub async fn wait() |
+method my_io::net::Socket::bind | pub fn bind() |
+""",
     ),
 }
 
@@ -289,7 +267,8 @@ def test_symbols_are_read_with_kind_name_signature_and_docstring(path: str) -> N
     language = language_of(path)
     assert language is not None
     symbols = extract_symbols(path, source.lstrip("\n").encode(), language)
-    assert [(s.kind, s.fqn, s.signature, s.docstring) for s in symbols] == expected
+    lines = [f"{s.kind} {s.fqn} | {s.signature or ''} | {s.docstring or ''}" for s in symbols]
+    assert [line.strip().replace("\n", " / ") for line in lines] == expected.strip().splitlines()
     assert all(s.fqn.endswith(s.name) for s in symbols if s.kind != "module")
 
 
