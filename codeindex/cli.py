@@ -12,6 +12,7 @@ from typing import TYPE_CHECKING, Annotated
 import typer
 
 from codeindex.exceptions import CodeIndexError
+from codeindex.utils.text import one_line
 
 if TYPE_CHECKING:
     from codeindex.engines.embedding import EmbeddingEngine
@@ -150,7 +151,7 @@ def _failures_explained() -> Iterator[None]:
     except BrokenPipeError:
         raise
     except (CodeIndexError, OSError, sqlite3.Error) as error:
-        typer.echo(f"codeindex: {error}", err=True)
+        typer.echo(f"codeindex: {one_line(str(error))}", err=True)
         raise typer.Exit(_FAILURE) from error
     except KeyboardInterrupt as error:
         raise typer.Exit(_INTERRUPTED) from error

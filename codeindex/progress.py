@@ -38,7 +38,7 @@ class ProgressBar:
             self._bar = _new_bar()
             self._bar.start()
         if step not in self._tasks:
-            self._tasks[step] = self._bar.add_task(step.capitalize())
+            self._tasks[step] = self._bar.add_task(step.capitalize(), total=total)
         self._bar.update(self._tasks[step], completed=done, total=total)
 
     def __exit__(

@@ -8,7 +8,7 @@ from pathlib import Path
 
 from codeindex.models.symbol import ExtractedSymbol, StoredSymbol
 from codeindex.storage.connections import Connections
-from codeindex.storage.repository_retrieval import _COLUMNS, RetrievalQueries
+from codeindex.storage.repository_retrieval import SYMBOL_COLUMNS, RetrievalQueries
 
 
 @dataclass(frozen=True, slots=True)
@@ -54,7 +54,7 @@ class Repository(RetrievalQueries):
     def symbols_to_embed(self, model: str) -> list[StoredSymbol]:
         """Return the symbols that have no embedding by `model`, by id."""
         statement = f"""
-            SELECT {_COLUMNS} FROM symbol JOIN file ON file.id = symbol.file_id
+            SELECT {SYMBOL_COLUMNS} FROM symbol JOIN file ON file.id = symbol.file_id
             WHERE NOT EXISTS (
                 SELECT 1 FROM embedding WHERE symbol_id = symbol.id AND model = ?)
             ORDER BY symbol.id

@@ -12,9 +12,8 @@ from codeindex.storage.connections import Connections
 if TYPE_CHECKING:
     from codeindex.storage.vectors import VectorTable
 
-_COLUMNS = (
-    "symbol.id, fqn, name, kind, file.path, start_line, end_line, signature, symbol.docstring"
-)
+SYMBOL_COLUMNS = "symbol.id, fqn, name, kind, path, start_line, end_line, signature, docstring"
+"""The columns of a StoredSymbol, in its order, of `symbol` joined with `file`."""
 
 
 @dataclass(frozen=True, slots=True)
@@ -49,7 +48,7 @@ class RetrievalQueries:
         """
         # The cross join keeps the order of the two indexes, so nothing is sorted.
         statement = f"""
-            SELECT {_COLUMNS} FROM file CROSS JOIN symbol ON symbol.file_id = file.id
+            SELECT {SYMBOL_COLUMNS} FROM file CROSS JOIN symbol ON symbol.file_id = file.id
             WHERE file.language IN (SELECT value FROM json_each(?))
               AND kind IN (SELECT value FROM json_each(?))
             ORDER BY file.path, start_line, symbol.id
@@ -79,7 +78,7 @@ class RetrievalQueries:
     def get_symbols_by_ids(self, ids: Iterable[int]) -> dict[int, StoredSymbol]:
         """Return the symbols with these ids; ids that the index does not hold are left out."""
         statement = f"""
-            SELECT {_COLUMNS} FROM symbol JOIN file ON file.id = symbol.file_id
+            SELECT {SYMBOL_COLUMNS} FROM symbol JOIN file ON file.id = symbol.file_id
             WHERE symbol.id IN (SELECT value FROM json_each(?))
         """
         with self._connections.reading() as connection:
