@@ -28,7 +28,7 @@ _CAMEL_TEST_STEM = re.compile(r".*[a-z0-9](?:Tests?|TestCase|TestSuite)")
 _CLASS_FILES = frozenset({"cs", "groovy", "java", "kt", "scala"})
 _CLASS_TEST_STEM = re.compile(r"Tests?[A-Z0-9].*|.*[a-z0-9]IT(?:Case)?")
 
-# "spec" means a test only where that habit exists: a Java FooSpec is a specification of Foo.
+# "spec" means a test only where that habit exists: a Java FooSpec describes a Foo.
 _SPEC_FILES = frozenset(
     {
         *("coffee", "cr", "cts", "js", "jsx", "lua", "mjs", "mts", "rb", "ts", "tsx"),
