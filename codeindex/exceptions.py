@@ -20,5 +20,9 @@ class EmbeddingModelError(CodeIndexError):
     """The embedding model cannot be loaded, so nothing can be embedded until that is repaired."""
 
 
+class ConfigurationError(CodeIndexError):
+    """A configuration file or variable says what cannot be followed; the message names it."""
+
+
 class IndexFileError(CodeIndexError):
     """The index file cannot be opened, is no index of ours, or is damaged."""
