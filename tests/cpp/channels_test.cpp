@@ -97,7 +97,7 @@ TEST_F(Exact, StopsAtTheDepthWordByWord) {
   list({"fooBar1", "fooBar22", "zedQux1", "zedQux22", "zedQux"});
   EXPECT_EQ(ask("fooBar", 1).ids, Ids{0});
   // The repeats of the second spelling count, so the last word adds its first longer name only.
-  EXPECT_EQ(ask("fooBar FooBar zedQux", 4).ids, (Ids{4, 0, 1, 2}));
+  EXPECT_EQ(ask("fooBar FooBar zedQux", 5).ids, (Ids{4, 0, 1, 2}));
   EXPECT_EQ(ask("fooBar FooBar zedQux", 6).ids, (Ids{4, 0, 1, 2, 3}));
   EXPECT_EQ(ask("fooBar22 zedQux", 1).pinned.size(), 2U) << "pins are not cut at the depth";
 }
@@ -244,7 +244,7 @@ TEST_F(Semantic, TakesAnyNumberForASetting) {
   settings = {.semantic_shortlist = kLeast, .semantic_max_neighbours = kLeast};
   EXPECT_EQ(ask("lib", 1).ranks, (RankMap{{1, 1}}));
   EXPECT_EQ(asked, std::vector<std::int64_t>{1});
-  settings = {.semantic_shortlist = kMost / 2, .semantic_max_neighbours = kMost};
+  settings = {.semantic_shortlist = kMost, .semantic_max_neighbours = kMost};
   index.nearest = [this](const QueryVector&, std::int64_t top_k) {
     asked.push_back(top_k);
     return Ids{1, 1, 2};

@@ -110,11 +110,11 @@ class Retriever : public testing::Test {
 };
 
 TEST_F(Retriever, AnswersWithRanksStatusesAndANote) {
-  HybridRetriever retriever = make();
+  HybridRetriever retriever = make({}, {.rrf_k = 0});
   const RetrievalResult result = retriever.retrieve("where is Cache kept");
   ASSERT_EQ(ids_of(result.hits), (Ids{2, 4, 1}));
   EXPECT_EQ(result.hits[0].ranks, (RanksByChannel{{"exact", 1}, {"lexical", 1}, {"file", 1}}));
-  EXPECT_EQ(result.hits[0].score, 1.0 / 61 + 1.0 / 61 + 1.0 / 61);
+  EXPECT_EQ(result.hits[0].score, 3.0);
   EXPECT_EQ(result.hits[0].symbol, (RetrievedSymbol{2, "src/cache.cpp::Cache", "Cache", "class",
                                                     "src/cache.cpp", 2, 3, std::nullopt}));
   EXPECT_EQ(result.channels,
@@ -148,13 +148,20 @@ TEST_F(Retriever, RefusesALimitBelowOneBeforeItReadsTheIndex) {
   }
 }
 
-TEST_F(Retriever, CutsAtTheLimitAfterPinning) {
-  // The name of symbol 4 pins it above symbols that more channels find.
+TEST_F(Retriever, PutsPinnedSymbolsBeforeBetterScores) {
+  index->become({symbol(1, "do_it", "src/z.cpp"), symbol(2, "cache", "src/cache.cpp")});
   HybridRetriever retriever = make();
-  EXPECT_EQ(ids_of(retriever.retrieve("evict", {.limit = 1}).hits), Ids{4});
-  EXPECT_EQ(ids_of(retriever.retrieve("the Cache config, load_config?", {.limit = 1}).hits).size(),
-            1U);
-  EXPECT_EQ(ids_of(retriever.retrieve("cache", {.limit = kMost, .rerank = true}).hits).size(), 3U);
+  const auto hits = retriever.retrieve("cache do_it").hits;
+  ASSERT_EQ(ids_of(hits), (Ids{1, 2}));
+  EXPECT_EQ(hits[0].score, 1.0 / 62);
+  EXPECT_EQ(hits[1].score, 1.0 / 61 + 1.0 / 61 + 1.0 / 61);
+}
+
+TEST_F(Retriever, GivesAsManyHitsAsTheLimitSays) {
+  HybridRetriever retriever = make({}, {.depth = 1});
+  EXPECT_EQ(retriever.retrieve("cache", {.limit = 1}).hits.size(), 1U);
+  EXPECT_EQ(retriever.retrieve("cache", {.limit = 3}).hits.size(), 3U) << "beyond the depth";
+  EXPECT_EQ(retriever.retrieve("cache", {.limit = kMost, .rerank = true}).hits.size(), 3U);
   EXPECT_TRUE(retriever.retrieve("cache", {.scope = "nowhere"}).hits.empty());
 }
 
@@ -169,6 +176,20 @@ TEST_F(Retriever, BuildsOneSnapshotForEachStateInTurn) {
   retriever.retrieve("cache");
   EXPECT_EQ(listings(), 2);
   EXPECT_EQ(index->counts->alive, 1) << "the replaced snapshot is gone";
+}
+
+TEST_F(Retriever, BuildsAgainWhenTheIndexChangedDuringABuild) {
+  HybridRetriever retriever = make();
+  int readings = 0;
+  index->before = [&](fakes::Index::Call call) {
+    if (call == fakes::Index::Call::kFingerprint) ++readings;
+    if (call == fakes::Index::Call::kListing) index->become({symbol(9, "cache", "src/new.cpp")});
+  };
+  EXPECT_EQ(ids_of(retriever.retrieve("cache").hits), Ids{9});
+  EXPECT_EQ(readings, 1) << "the snapshot carries the state that the question read";
+  index->before = [](auto) {};
+  retriever.retrieve("cache");
+  EXPECT_EQ(listings(), 2);
 }
 
 TEST_F(Retriever, KeepsItsSnapshotWhenABuildFailsAndPassesTheErrorOn) {
