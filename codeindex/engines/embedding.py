@@ -1,6 +1,7 @@
-"""The embedding model: static word vectors that come with the wordllama package, pooled by mean.
+"""The engine that has the embedding model ready, and the model it has unless told otherwise.
 
-Nothing is downloaded and nothing of that package is run; only its two data files are read.
+That one is static: word vectors that come with the wordllama package, pooled by mean. Nothing is
+downloaded and nothing of that package is run; only its two data files are read.
 """
 
 from __future__ import annotations
@@ -10,8 +11,9 @@ import importlib.util
 import threading
 from collections.abc import Sequence
 from pathlib import Path
-from typing import TYPE_CHECKING
+from typing import TYPE_CHECKING, Protocol
 
+from codeindex.configuration import STATIC_MODEL, EmbeddingConfiguration
 from codeindex.exceptions import EmbeddingModelError, EmbeddingNotReadyError
 
 if TYPE_CHECKING:
@@ -26,6 +28,20 @@ _MAX_CHARACTERS = 8192
 _TEXTS_AT_ONCE = 1024
 _TEXTS_PER_SUM = 32  # keeps the gathered rows within a core's cache
 _BATCH_FROM = 16
+
+
+class EmbeddingModel(Protocol):
+    """A model that is ready. Safe from any thread."""
+
+    @property
+    def name(self) -> str:
+        """Names the model; another model, or other weights, have another name."""
+
+    def embed(self, texts: Sequence[str]) -> list[list[float]]:
+        """Return one vector for each text, in order, soon: for questions that people wait for."""
+
+    def embed_array(self, texts: Sequence[str]) -> npt.NDArray[np.float32]:
+        """Return the vectors of any number of texts as the rows of an array."""
 
 
 class StaticModel:
@@ -77,19 +93,20 @@ class StaticModel:
 
 
 class EmbeddingEngine:
-    """Loads the embedding model in the background, from the moment it is made.
+    """Loads the configured model in the background, from the moment it is made.
 
     Safe from any thread.
     """
 
-    def __init__(self) -> None:
-        """Start loading."""
+    def __init__(self, configuration: EmbeddingConfiguration | None = None) -> None:
+        """Start loading the model of that configuration, by default the static one."""
+        self._configuration = configuration or EmbeddingConfiguration()
         self._loaded = threading.Event()
-        self._model: StaticModel | None = None
+        self._model: EmbeddingModel | None = None
         self._problem: Exception | None = None
         threading.Thread(target=self._load, name="embedding-model").start()
 
-    def wait_ready(self, timeout_seconds: float) -> StaticModel:
+    def wait_ready(self, timeout_seconds: float) -> EmbeddingModel:
         """Return the model, waiting for it at most so long; 0 does not wait.
 
         Raises EmbeddingNotReadyError while it still loads, EmbeddingModelError when it cannot be
@@ -106,11 +123,24 @@ class EmbeddingEngine:
 
     def _load(self) -> None:
         try:
-            self._model = _load_model()
+            url = self._configuration.url
+            if url is None or self._configuration.model == STATIC_MODEL:
+                self._model = _load_model()
+            else:
+                self._model = _endpoint_model(url, self._configuration)
         except Exception as error:
             self._problem = error
         finally:
             self._loaded.set()
+
+
+def _endpoint_model(url: str, configuration: EmbeddingConfiguration) -> EmbeddingModel:
+    from codeindex.engines.embedding_endpoint import EndpointModel
+    from codeindex.engines.endpoint import Endpoint
+
+    return EndpointModel(
+        Endpoint("embedding", url, configuration.model, configuration.key_variable)
+    )
 
 
 def _load_model() -> StaticModel:
