@@ -1,0 +1,1 @@
+"""Programs that measure `codeindex` on the sources of published packages."""
