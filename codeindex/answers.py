@@ -1,85 +1,74 @@
-"""An answer as people and programs read it: lines for a terminal, or JSON."""
+"""What programs read of an answer, of a symbol and of an index: values that become JSON."""
 
 from __future__ import annotations
 
 import json
 from pathlib import Path
-from typing import TYPE_CHECKING
-
-from codeindex.utils.text import one_line
+from typing import TYPE_CHECKING, Any
 
 if TYPE_CHECKING:
-    from rich.text import Text
-
-    from codeindex.workers.retrieval import Hit, RetrievalResult
+    from codeindex.api import Answer, Freshness
+    from codeindex.lookup import SourceLines
+    from codeindex.models.symbol import StoredSymbol
+    from codeindex.workers.retrieval import RetrievedSymbol
 
 JSON_VERSION = 1
-"""Changes whenever a field of `answer_json` changes its meaning or goes away."""
-
-_MAX_SIGNATURE = 160
+"""Changes whenever a field changes its meaning or goes away; new fields may come without."""
 
 
-def answer_json(question: str, root: Path, result: RetrievalResult) -> str:
-    """Return the answer as one JSON object, in ASCII.
+def to_json(root: Path, **values: object) -> str:
+    """Return a JSON object, in ASCII, that begins with `version` and `repository`."""
+    return json.dumps({"version": JSON_VERSION, "repository": str(root), **values}, indent=2)
 
-    It holds `version` (1), `question`, `repository` (its folder), `hits`, best first, `channels`
-    (status by channel) and `note` (a sentence or null). A hit holds `place` (from 1), `id`,
-    `name`, `fqn`, `kind`, `path` (below the repository, with forward slashes), `start_line`,
-    `end_line` (both from 1), `signature` (or null), `score` and `ranks` (place by channel).
+
+def answer_values(question: str, answer: Answer) -> dict[str, Any]:
+    """Return an answer: `question`, `hits` (best first), `channels`, `note` and `freshness`.
+
+    A hit is a symbol with its `place` (from 1) before, `score` and `ranks` (place by channel)
+    after.
     """
     hits = [
         {
             "place": place,
-            "id": hit.symbol.id,
-            "name": hit.symbol.name,
-            "fqn": hit.symbol.fqn,
-            "kind": hit.symbol.kind,
-            "path": hit.symbol.path,
-            "start_line": hit.symbol.start_line,
-            "end_line": hit.symbol.end_line,
-            "signature": hit.symbol.signature,
+            **symbol_values(hit.symbol),
             "score": hit.score,
             "ranks": dict(hit.ranks),
         }
-        for place, hit in enumerate(result.hits, start=1)
+        for place, hit in enumerate(answer.hits, start=1)
     ]
-    answer = {
-        "version": JSON_VERSION,
+    return {
         "question": question,
-        "repository": str(root),
         "hits": hits,
-        "channels": dict(result.channels),
-        "note": result.note,
+        "channels": dict(answer.channels),
+        "note": answer.note,
+        "freshness": freshness_values(answer.freshness),
     }
-    return json.dumps(answer, indent=2)
 
 
-def print_answer(result: RetrievalResult) -> None:
-    """Print the answer to stdout, in colours where stdout is a terminal that wants them."""
-    from rich.console import Console
-    from rich.text import Text
-
-    console = Console(highlight=False, soft_wrap=True)
-    for place, hit in enumerate(result.hits, start=1):
-        console.print(_hit_text(place, hit))
-    if not result.hits:
-        console.print("No symbol of this repository answers that.")
-    if result.note:
-        console.print(Text(one_line(result.note), style="yellow"))
+def freshness_values(freshness: Freshness) -> dict[str, str | None]:
+    """Return `state`, `checked_at` (ISO 8601, UTC, or null) and `warning` (or null)."""
+    checked_at = freshness.checked_at
+    return {
+        "state": freshness.state,
+        "checked_at": None if checked_at is None else checked_at.isoformat(timespec="seconds"),
+        "warning": freshness.warning,
+    }
 
 
-def _hit_text(place: int, hit: Hit) -> Text:
-    from rich.text import Text
+def symbol_values(symbol: StoredSymbol | RetrievedSymbol) -> dict[str, Any]:
+    """Return a symbol: `id`, `name`, `fqn`, `kind`, `path`, lines (from 1) and `signature`."""
+    return {
+        "id": symbol.id,
+        "name": symbol.name,
+        "fqn": symbol.fqn,
+        "kind": symbol.kind,
+        "path": symbol.path,
+        "start_line": symbol.start_line,
+        "end_line": symbol.end_line,
+        "signature": symbol.signature,
+    }
 
-    symbol = hit.symbol
-    shown = symbol.name if symbol.fqn == symbol.path else symbol.fqn
-    text = Text()
-    text.append(f"{place:>3}  ", "dim")
-    text.append(one_line(shown), "bold")
-    text.append(f"  {one_line(symbol.kind)}  ", "dim")
-    text.append(f"{one_line(symbol.path)}:{symbol.start_line}", "cyan")
-    if symbol.signature:
-        text.append(f"\n     {one_line(symbol.signature, _MAX_SIGNATURE)}")
-    ranks = " · ".join(f"{channel} {rank}" for channel, rank in hit.ranks.items())
-    text.append(f"\n     {ranks}\n", "dim")
-    return text
+
+def source_values(source: SourceLines) -> dict[str, Any]:
+    """Return `first_line` (from 1) and `text`, the lines joined by line feeds."""
+    return {"first_line": source.first, "text": "\n".join(source.lines)}

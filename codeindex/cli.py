@@ -1,4 +1,7 @@
-"""The command line. Exit codes: 0 answers, 1 none, 2 wrong usage, 3 failure, 130 interrupted."""
+"""The command line. Exit codes: 0 answers, 1 none, 2 wrong usage, 3 failure, 130 interrupted.
+
+What a command needs is imported when it runs, so that `--help` and completion are quick.
+"""
 
 from __future__ import annotations
 
@@ -15,24 +18,32 @@ from codeindex.exceptions import CodeIndexError
 from codeindex.utils.text import one_line
 
 if TYPE_CHECKING:
-    from codeindex.engines.embedding import EmbeddingEngine
-    from codeindex.indexing.refresh import RefreshReport
-    from codeindex.storage.repository import Repository
+    from codeindex.api import Freshness, Index
 
 _NO_ANSWER = 1
 _FAILURE = 3
 _INTERRUPTED = 130
 
 app = typer.Typer(
-    help="Ask a repository where something is done, by name, by words and by meaning.",
+    help="Ask a repository where something is done, by name, by words and by meaning.\n\n"
+    "Exit codes: 0 answers, 1 none, 2 wrong usage, 3 failure.",
     no_args_is_help=True,
     pretty_exceptions_enable=False,
 )
 
+_Repo = Annotated[
+    Path | None,
+    typer.Option(
+        exists=True,
+        file_okay=False,
+        help="The repository's folder; by default the one around the current folder.",
+    ),
+]
 _IndexFile = Annotated[
     Path | None,
     typer.Option("--index", help="Keep the index in this file, not in the cache folder."),
 ]
+_Json = Annotated[bool, typer.Option("--json", help="Print JSON instead of lines to read.")]
 
 
 def main() -> None:
@@ -43,16 +54,25 @@ def main() -> None:
 @app.command("index")
 def index_command(
     path: Annotated[
-        Path, typer.Argument(exists=True, file_okay=False, help="The repository's folder.")
-    ],
+        Path | None,
+        typer.Argument(
+            exists=True,
+            file_okay=False,
+            help="The repository's folder; by default the one around the current folder.",
+        ),
+    ] = None,
     index: _IndexFile = None,
 ) -> None:
     """Bring the index of a repository up to date, as `ask` does by itself.
 
     Example: codeindex index ~/work/flask
     """
+    from codeindex.progress import ProgressBar
+
     started = time.monotonic()
-    with _failures_explained(), _up_to_date(path.resolve(), index) as (_, _, report):
+    with _opened(path, index) as opened:
+        with ProgressBar() as progress:
+            report = opened.refresh(progress)
         typer.echo(
             f"{report.files:,} files ({report.files_read:,} read, "
             f"{report.files_removed:,} removed), "
@@ -64,14 +84,7 @@ def index_command(
 @app.command("ask")
 def ask_command(
     question: Annotated[str, typer.Argument(help="A sentence, keywords or a name in code.")],
-    repo: Annotated[
-        Path | None,
-        typer.Option(
-            exists=True,
-            file_okay=False,
-            help="The repository's folder; by default the one around the current folder.",
-        ),
-    ] = None,
+    repo: _Repo = None,
     scope: Annotated[
         str | None, typer.Option(help="Answer only from this folder or file of the repository.")
     ] = None,
@@ -86,7 +99,7 @@ def ask_command(
     rerank: Annotated[
         bool, typer.Option("--rerank", help="Let the decision model order the first answers.")
     ] = False,
-    as_json: Annotated[bool, typer.Option("--json", help="Print the answer as JSON.")] = False,
+    as_json: _Json = False,
     index: _IndexFile = None,
 ) -> None:
     """Answer a question about a repository, after bringing its index up to date.
@@ -95,59 +108,90 @@ def ask_command(
     """
     if not question.strip():
         raise typer.BadParameter("the question is empty", param_hint="QUESTION")
-    root = _enclosing_repository(Path.cwd()) if repo is None else repo.resolve()
-    with _failures_explained(), _up_to_date(root, index) as (repository, engine, _):
-        from codeindex.answers import answer_json, print_answer
-        from codeindex.engines.decision import DecisionClient
-        from codeindex.workers.retrieval import (
-            RERANK_FEATURE,
-            HybridRetriever,
-            engine_query_embedder,
-        )
+    with _opened(repo, index) as opened:
+        from codeindex.progress import ProgressBar
+        from codeindex.workers.retrieval import RERANK_FEATURE
 
-        decisions = DecisionClient()
-        if rerank and not decisions.feature_enabled(RERANK_FEATURE):
+        if rerank and not opened.decisions.feature_enabled(RERANK_FEATURE):
             typer.echo("No decision model is configured, so nothing is reranked.", err=True)
-        retriever = HybridRetriever(
-            repository, embedder=engine_query_embedder(engine), decisions=decisions
-        )
-        result = retriever.retrieve(
-            question, limit=limit, scope=scope, include_tests=tests, rerank=rerank
-        )
+        with ProgressBar() as progress:
+            answer = opened.ask(
+                question,
+                limit=limit,
+                scope=scope,
+                include_tests=tests,
+                rerank=rerank,
+                progress=progress,
+            )
+        _warn(answer.freshness)
         if as_json:
-            typer.echo(answer_json(question, root, result))
+            from codeindex.answers import answer_values, to_json
+
+            typer.echo(to_json(opened.root, **answer_values(question, answer)))
         else:
-            print_answer(result)
-        if not result.hits:
+            from codeindex.terminal import print_answer
+
+            print_answer(opened.root, answer)
+        if not answer:
+            raise typer.Exit(_NO_ANSWER)
+
+
+@app.command("show")
+def show_command(
+    symbol: Annotated[
+        str, typer.Argument(help="A name, a qualified name or the end of one, or path:line.")
+    ],
+    repo: _Repo = None,
+    context: Annotated[
+        int, typer.Option(min=0, help="How many lines around the symbol to show.")
+    ] = 3,
+    as_json: _Json = False,
+    index: _IndexFile = None,
+) -> None:
+    """Show a symbol's source, or the candidates when several symbols have that name.
+
+    Example: codeindex show SecureCookieSessionInterface.get_signing_serializer
+    """
+    with _opened(repo, index) as opened:
+        from codeindex.lookup import read_source
+        from codeindex.progress import ProgressBar
+
+        with ProgressBar() as progress:
+            _warn(opened.bring_up_to_date(progress))
+        found = opened.find(symbol)
+        source = read_source(opened.root, found[0], context) if len(found) == 1 else None
+        if as_json:
+            from codeindex.answers import source_values, symbol_values, to_json
+
+            values = {
+                "symbols": [symbol_values(candidate) for candidate in found],
+                "source": source and source_values(source),
+            }
+            typer.echo(to_json(opened.root, **values))
+        elif source is not None:
+            from codeindex.terminal import print_source
+
+            print_source(opened.root, found[0], source)
+        elif found:
+            from codeindex.terminal import print_candidates
+
+            typer.echo("Several symbols have that name; name one by its place (path:line):")
+            print_candidates(opened.root, found)
+        else:
+            typer.echo(f"No symbol is named {one_line(symbol)!r}.")
+        if source is None:
             raise typer.Exit(_NO_ANSWER)
 
 
 @contextmanager
-def _up_to_date(
-    root: Path, index: Path | None
-) -> Iterator[tuple[Repository, EmbeddingEngine, RefreshReport]]:
-    """Open the index of a repository, brought up to date while the model loads."""
-    from codeindex.engines.embedding import EmbeddingEngine
-    from codeindex.indexing.refresh import refresh
-    from codeindex.progress import ProgressBar
-    from codeindex.storage.location import default_index_path
-    from codeindex.storage.repository import Repository
-
-    repository = Repository(default_index_path(root) if index is None else index)
+def _opened(path: Path | None, index_file: Path | None) -> Iterator[Index]:
+    """Open an index; what may go wrong for a user is one line on stderr and an exit code."""
     try:
-        engine = EmbeddingEngine()
-        with ProgressBar() as progress:
-            report = refresh(root, repository, engine, progress)
-        yield repository, engine, report
-    finally:
-        repository.close()
+        from codeindex.api import Index
 
-
-@contextmanager
-def _failures_explained() -> Iterator[None]:
-    """Turn what may go wrong for a user into one line on stderr and an exit code."""
-    try:
-        yield
+        root = _enclosing_repository(Path.cwd()) if path is None else path
+        with Index(root, index_file) as index:
+            yield index
     except BrokenPipeError:
         raise
     except (CodeIndexError, OSError, sqlite3.Error) as error:
@@ -157,9 +201,13 @@ def _failures_explained() -> Iterator[None]:
         raise typer.Exit(_INTERRUPTED) from error
 
 
+def _warn(freshness: Freshness) -> None:
+    if freshness.warning is not None:
+        typer.echo(f"codeindex: {one_line(freshness.warning)}", err=True)
+
+
 def _enclosing_repository(folder: Path) -> Path:
     """Return the nearest folder above with a ".git", or the folder itself."""
-    folder = folder.resolve()
     for candidate in (folder, *folder.parents):
         if (candidate / ".git").exists():
             return candidate

@@ -1,11 +1,28 @@
 """The command line, run as its users run it."""
 
 import json
+import re
+import resource
 import subprocess
 import sys
+from collections.abc import Mapping
 from pathlib import Path
+from types import MappingProxyType
 
 import pytest
+
+SHOP = """\
+class Cart:
+    '''A cart.'''
+
+    def size(self):
+        pass
+
+    def drop(self):
+        return "\x07\u202e"
+
+def size(): pass
+"""
 
 
 @pytest.fixture(scope="module")
@@ -16,16 +33,23 @@ def repo(tmp_path_factory: pytest.TempPathFactory) -> Path:
     )
     (root / "tests").mkdir()
     (root / "tests" / "test_cart.py").write_text("def test_add_item(): pass\n")
-    (root / "evil\x1b[2J.py").write_text("def evil_function(): pass\n")
+    (root / "shop.py").write_text(SHOP)
+    (root / "evil\x1b[2J.py").write_text("def evil_function(): pass  # \x1b[2J \x9b \u202e\n")
     codeindex("index", ".", cwd=root)
     return root
 
 
-def codeindex(*arguments: str, cwd: Path) -> subprocess.CompletedProcess[str]:
+def codeindex(
+    *arguments: str,
+    cwd: Path,
+    env: Mapping[str, str] = MappingProxyType({}),
+    largest_file: int = resource.RLIM_INFINITY,
+) -> subprocess.CompletedProcess[str]:
     return subprocess.run(
         [sys.executable, "-m", "codeindex", *arguments],
         cwd=cwd,
-        env={"XDG_CACHE_HOME": str(cwd / ".cache"), "HOME": str(cwd)},
+        env={"XDG_CACHE_HOME": str(cwd / ".cache"), "HOME": str(cwd), **env},
+        preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (largest_file,) * 2),
         capture_output=True,
         text=True,
         check=False,
@@ -44,9 +68,11 @@ def test_an_answer_is_readable_at_a_glance(repo: Path) -> None:
 def test_json_has_its_stated_shape(repo: Path) -> None:
     done = codeindex("ask", "add_item", "--json", cwd=repo)
     answer = json.loads(done.stdout)
-    assert list(answer) == ["version", "question", "repository", "hits", "channels", "note"]
     assert (answer["version"], answer["repository"]) == (1, str(repo))
+    assert (answer["question"], answer["note"]) == ("add_item", None)
     assert list(answer["channels"]) == ["exact", "lexical", "file", "semantic"]
+    assert answer["freshness"]["checked_at"].endswith("+00:00")
+    assert answer["freshness"]["warning"] is None
     hit = answer["hits"][0]
     assert hit.pop("score") > 0
     assert hit.pop("id") > 0
@@ -63,11 +89,71 @@ def test_json_has_its_stated_shape(repo: Path) -> None:
     }
 
 
-def test_control_characters_never_reach_the_terminal(repo: Path) -> None:
-    for arguments in (["evil_function"], ["evil_function", "--json"]):
-        done = codeindex("ask", *arguments, cwd=repo)
-        assert "evil" in done.stdout
-        assert "\x1b" not in done.stdout + done.stderr
+@pytest.mark.parametrize(
+    "arguments",
+    [
+        ["ask", "evil_function"],
+        ["ask", "evil_function", "--json"],
+        ["show", "evil_function"],
+        ["show", "evil_function", "--json"],
+        ["show", "\x1b[2J\u202e"],
+    ],
+)
+def test_control_characters_never_reach_the_terminal(repo: Path, arguments: list[str]) -> None:
+    for env in ({}, {"FORCE_COLOR": "1"}):
+        done = codeindex(*arguments, cwd=repo, env=env)
+        assert ("evil" in done.stdout) == ("evil_function" in arguments), done.stderr
+        shown = done.stdout + done.stderr
+        assert not re.search("\x1b\\[2J|[\x00-\x08\x7f-\x9f\u202e]", shown)
+        assert ("\x1b" in shown) == bool(env and "evil" in shown and "--json" not in arguments)
+
+
+def test_paths_are_links_on_a_terminal_and_colours_can_be_turned_off(repo: Path) -> None:
+    shown = codeindex("ask", "add_item", cwd=repo, env={"FORCE_COLOR": "1"}).stdout
+    assert f";{(repo / 'cart.py').as_uri()}\x1b\\" in shown
+    assert "\x1b[36m" in shown
+    plain = codeindex("ask", "add_item", cwd=repo, env={"FORCE_COLOR": "1", "NO_COLOR": "1"}).stdout
+    assert not re.search(r"\x1b\[(\d+;)*3\dm", plain)
+
+
+@pytest.mark.parametrize("name", ["Cart.drop", "shop.Cart.drop", "drop", "./shop.py:8"])
+def test_a_symbol_is_shown_by_any_of_its_names(repo: Path, name: str) -> None:
+    done = codeindex("show", name, "--context", "1", cwd=repo)
+    assert (done.returncode, done.stderr) == (0, "")
+    assert done.stdout.splitlines() == [
+        "shop.Cart.drop  method  shop.py:7",
+        " 6  ",
+        " 7      def drop(self):",
+        ' 8          return "??"',
+        " 9  ",
+    ]
+
+
+def test_a_name_of_several_symbols_gives_the_candidates(repo: Path) -> None:
+    done = codeindex("show", "size", cwd=repo)
+    assert done.returncode == 1
+    assert done.stdout.splitlines()[1:] == [
+        "  shop.Cart.size  method  shop.py:4",
+        "  shop.size  function  shop.py:10",
+    ]
+    shown = json.loads(codeindex("show", "size", "--json", cwd=repo).stdout)
+    assert [symbol["fqn"] for symbol in shown["symbols"]] == ["shop.Cart.size", "shop.size"]
+    assert shown["source"] is None
+    one = json.loads(codeindex("show", "shop.size", "--json", "--context", "0", cwd=repo).stdout)
+    assert one["source"] == {"first_line": 10, "text": "def size(): pass"}
+
+
+def test_an_index_that_cannot_grow_still_answers_and_says_so(repo: Path) -> None:
+    late = repo / "late.py"
+    late.write_text("".join(f"def late_{number}(): pass\n" for number in range(2000)))
+    try:
+        done = codeindex("ask", "add_item", "--json", cwd=repo, largest_file=1 << 16)
+    finally:
+        late.unlink()
+    assert done.returncode == 0, done.stderr
+    freshness = json.loads(done.stdout)["freshness"]
+    assert freshness["checked_at"] is None
+    assert freshness["warning"] in done.stderr
 
 
 def test_tests_answer_only_when_asked_for(repo: Path) -> None:
@@ -92,7 +178,10 @@ def test_tests_answer_only_when_asked_for(repo: Path) -> None:
         (["ask", "x", "--index", "cart.py"], 3, "no index or a damaged one"),
         (["ask", "x", "--index", "cart.py/x"], 3, "cannot be made"),
         (["ask", "add_item", "--rerank"], 0, "No decision model is configured"),
-        (["index", "."], 0, "3 files (0 read, 0 removed)"),
+        (["index", "."], 0, "4 files (0 read, 0 removed)"),
+        (["show", "nothing_of_the_kind"], 1, "No symbol is named"),
+        (["show", "cart.py:99999"], 1, "No symbol is named"),
+        (["show", "x", "--context", "-1"], 2, "--context"),
     ],
 )
 def test_exit_codes_and_messages(repo: Path, arguments: list[str], code: int, said: str) -> None:
