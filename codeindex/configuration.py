@@ -176,7 +176,8 @@ def _checked(key: str, value: object, source: str) -> object:
 
 
 def _unknown(key: str, source: str) -> ConfigurationError:
-    (nearest,) = difflib.get_close_matches(key, _TYPES, n=1, cutoff=0)
+    completed = [known for known in _TYPES if known.startswith(key)]
+    nearest, *_ = completed or difflib.get_close_matches(key, _TYPES, n=1, cutoff=0)
     return ConfigurationError(
         f"{source} sets {one_line(key, 80)}, which is no option; the nearest one is {nearest}."
     )

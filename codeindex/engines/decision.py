@@ -108,9 +108,10 @@ class DecisionClient:
                     {"role": "user", "content": json.dumps(asked, ensure_ascii=False)},
                 ],
             }
-            reply = endpoint.post(
+            probabilities = endpoint.post(
                 "/chat/completions",
                 body,
+                lambda reply: _probabilities(reply, questions),
                 seconds=self._deadline_seconds,
                 max_bytes=_MAX_ANSWER_BYTES,
             )
@@ -118,7 +119,7 @@ class DecisionClient:
             raise DecisionError(str(error)) from None
         except (TypeError, ValueError, RecursionError) as error:
             raise DecisionError(f"The question cannot be written as JSON: {error}.") from error
-        return DecisionResult(_probabilities(reply, questions))
+        return DecisionResult(probabilities)
 
 
 def _probabilities(reply: object, questions: Collection[str]) -> tuple[tuple[str, float], ...]:
@@ -126,22 +127,24 @@ def _probabilities(reply: object, questions: Collection[str]) -> tuple[tuple[str
 
     Nothing of it is repeated in an error, since it may repeat anything that was sent.
     """
+    from codeindex.engines.endpoint import EndpointError
+
     match reply:
         case {"choices": [{"message": {"content": str(text)}}, *_]}:
             pass
         case _:
-            raise DecisionError("The decision model's server gave no chat completion.")
+            raise EndpointError("The decision model's server gave no chat completion.")
     try:
         pairs = json.loads(
             text[text.find("{") : text.rfind("}") + 1], object_pairs_hook=tuple, parse_int=float
         )
     except (ValueError, RecursionError):
-        raise DecisionError("The decision model did not answer with one JSON object.") from None
+        raise EndpointError("The decision model did not answer with one JSON object.") from None
     for key, probability in pairs:
         if key not in questions:
-            raise DecisionError("The decision model answered a question that was not asked.")
+            raise EndpointError("The decision model answered a question that was not asked.")
         if not isinstance(probability, float):
-            raise DecisionError(f"The decision model gave no number as the answer to {key!r}.")
+            raise EndpointError(f"The decision model gave no number as the answer to {key!r}.")
     return tuple(pairs)
 
 

@@ -88,9 +88,10 @@ class EndpointModel:
         # Servers refuse a text without a character.
         inputs = [text[:_MAX_CHARACTERS] or " " for text in texts]
         try:
-            reply = self._endpoint.post(
+            return self._endpoint.post(
                 "/embeddings",
                 {"model": self._endpoint.model, "input": inputs},
+                lambda reply: self._vectors(reply, len(texts)),
                 seconds=seconds,
                 max_bytes=_MAX_ANSWER_BYTES_PER_TEXT * len(texts),
             )
@@ -99,7 +100,6 @@ class EndpointModel:
             if error.passing:
                 raise TryAgainLaterError(message.removesuffix(".")) from error
             raise EmbeddingModelError(message) from error
-        return self._vectors(reply, len(texts))
 
     def _vectors(self, reply: Any, count: int) -> npt.NDArray[np.float32]:
         import numpy as np
@@ -128,6 +128,7 @@ class EndpointModel:
         np.divide(vectors, norms, out=vectors, where=norms > 0)
         return vectors.astype(np.float32)
 
-    def _unusable(self, what: str) -> EmbeddingModelError:
-        message = str(self._endpoint.error(f"gave an answer that {what}."))
-        return EmbeddingModelError(f"{message} Check embedding.url and embedding.model.")
+    def _unusable(self, what: str) -> EndpointError:
+        return self._endpoint.error(
+            f"gave an answer that {what}; check embedding.url and embedding.model."
+        )

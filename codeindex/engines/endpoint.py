@@ -2,11 +2,12 @@
 
 The timeouts of sockets hold for one operation each, so a server that drips could keep a caller for
 hours, and looking up a name has no timeout at all. Therefore a daemon thread of its own makes the
-exchange: name, connection, TLS, sending, reading and parsing. The caller waits for the thread until
-the deadline, then shuts the socket, which ends the thread, and goes on.
+exchange: name, connection, TLS, sending, receiving and reading the answer. The caller waits for the
+thread until the deadline, then shuts the socket, which ends the thread, and goes on.
 
 The key is read from the environment for each exchange, in that thread alone, and kept nowhere. No
-error repeats anything that the server sent, since a server may echo what it was sent. Redirects are
+error repeats anything that the server sent, since a server may echo what it was sent, and none has
+a trace into that thread, whose frames hold both. Redirects are
 not followed and proxies are not used: the key goes to the configured address or nowhere.
 """
 
@@ -17,8 +18,11 @@ import os
 import socket
 import ssl
 import threading
-from typing import Any
+from collections.abc import Callable
+from typing import Any, Generic, TypeVar
 from urllib.parse import urlsplit
+
+T = TypeVar("T")
 
 _CHUNK_BYTES = 65536
 
@@ -73,18 +77,21 @@ class Endpoint:
             )
         return None
 
-    def post(self, path: str, body: object, *, seconds: float, max_bytes: int) -> Any:
-        """Send `body` as JSON to `path` below the address; return the JSON of the answer.
+    def post(
+        self, path: str, body: object, read: Callable[[Any], T], *, seconds: float, max_bytes: int
+    ) -> T:
+        """Send `body` as JSON to `path` below the address; return what `read` makes of the answer.
 
-        Takes at most `seconds`, and reads at most `max_bytes` of an answer. Raises EndpointError
-        for every failure, ValueError or TypeError when `body` is nothing that JSON can hold.
+        Takes at most `seconds`, `read` included, and at most `max_bytes` of an answer. `read` gets
+        the answer's JSON, runs in another thread, and may raise EndpointError, as this does for
+        every failure. Raises ValueError or TypeError when `body` is nothing that JSON can hold.
         """
         problem = self.key_problem()
         if problem is not None:
             raise EndpointError(problem)
         # Lone surrogates cannot be sent; a "?" goes in their place.
         content = json.dumps(body, ensure_ascii=False).encode("utf-8", "replace")
-        exchange = _Exchange(self, path, content, seconds, max_bytes)
+        exchange = _Exchange(self, path, content, read, seconds, max_bytes)
         try:
             exchange.start()
             exchange.join(seconds)
@@ -167,18 +174,26 @@ class Endpoint:
         )
 
 
-class _Exchange(threading.Thread):
+class _Exchange(threading.Thread, Generic[T]):
     """The thread that makes one exchange; `answer` or `error` is there when it has ended."""
 
+    answer: T
+
     def __init__(
-        self, endpoint: Endpoint, path: str, content: bytes, seconds: float, max_bytes: int
+        self,
+        endpoint: Endpoint,
+        path: str,
+        content: bytes,
+        read: Callable[[Any], T],
+        seconds: float,
+        max_bytes: int,
     ) -> None:
         super().__init__(name=f"{endpoint.section}-model", daemon=True)
-        self.answer: Any = None
         self.error: EndpointError | None = None
         self._endpoint = endpoint
         self._path = endpoint.path + path
         self._content = content
+        self._read = read
         self._seconds = seconds
         self._max_bytes = max_bytes
         self._socket: socket.socket | None = None
@@ -186,9 +201,9 @@ class _Exchange(threading.Thread):
 
     def run(self) -> None:
         try:
-            self.answer = self._exchange()
+            self.answer = self._read(self._exchange())
         except EndpointError as error:
-            # Without its trace, whose frames hold the key.
+            error.__context__ = None
             self.error = error.with_traceback(None)
         except Exception as error:
             self.error = self._endpoint._explained(error, self._seconds)
@@ -211,7 +226,7 @@ class _Exchange(threading.Thread):
             # The connection forgets its socket when the server wants it closed after the answer.
             self._socket = connection.sock
             if self._given_up:
-                return None
+                raise self._endpoint._late(self._seconds)
             content = self._answer(connection)
         with contextlib.suppress(ValueError, RecursionError):
             return json.loads(content)
