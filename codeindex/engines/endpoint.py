@@ -26,6 +26,29 @@ T = TypeVar("T")
 
 _CHUNK_BYTES = 65536
 
+# What HTTP statuses and failures mean for a user, and whether they may pass by themselves; the
+# first that fits counts.
+_STATUSES = (
+    (300, 399, "redirects, which is not followed; put the new address in {section}.url", False),
+    (402, 402, "has no credit left", False),
+    (401, 403, "refuses the key; check the variable named in {section}.key_variable", False),
+    (404, 404, "does not know the address or model; check {section}.url and .model", False),
+    (429, 429, "has no capacity or credit left", True),
+    (500, 599, "has a fault", True),
+    (0, 999, "refuses the request; check {section}.model", False),
+)
+_FAILURES = (
+    (ssl.SSLCertVerificationError, "has no valid certificate; nothing was sent.", False),
+    (ssl.SSLError, "does not speak TLS as it should; check {section}.url.", False),
+    (socket.gaierror, "has no known address; check {section}.url and the network.", True),
+    (ConnectionRefusedError, "refuses connections; is it running?", True),
+    (
+        (http.client.HTTPException, ConnectionError),
+        "broke off, or does not speak HTTP as it should.",
+        True,
+    ),
+)
+
 
 class EndpointError(Exception):
     """No usable answer came; the message is one or two sentences that a person understands."""
@@ -54,13 +77,10 @@ class Endpoint:
         self.model = model
         self._key_variable = key_variable
         parts = urlsplit(self.url)
-        self.is_https, self.host, self.port = (
-            parts.scheme == "https",
-            parts.hostname or "",
-            parts.port,
-        )
-        self.path = parts.path
-        self._name = f"The {section} model at {self.host}"
+        self._address = parts.hostname or "", parts.port
+        self._https = parts.scheme == "https"
+        self._path = parts.path
+        self._name = f"The {section} model at {parts.hostname}"
 
     def key_problem(self) -> str | None:
         """Return what is wrong with the key, as a sentence, or None when there is nothing."""
@@ -107,11 +127,16 @@ class Endpoint:
         return exchange.answer
 
     def error(self, what: str, *, passing: bool = False, retry_after: int = 0) -> EndpointError:
-        """Return an error about this model: its name, then `what`."""
-        return EndpointError(f"{self._name} {what}", passing=passing, retry_after=retry_after)
+        """Return an error about this model: its name, then `what`, "{section}" filled in."""
+        message = f"{self._name} {what.format(section=self.section)}"
+        return EndpointError(message, passing=passing, retry_after=retry_after)
 
     def _late(self, seconds: float) -> EndpointError:
         return self.error(f"did not answer within {seconds:g} seconds.", passing=True)
+
+    def _connection(self, seconds: float) -> http.client.HTTPConnection:
+        kind = http.client.HTTPSConnection if self._https else http.client.HTTPConnection
+        return kind(*self._address, timeout=seconds)
 
     def _headers(self) -> dict[str, str]:
         """Return the headers of a request, the key among them: for the exchange alone."""
@@ -123,49 +148,22 @@ class Endpoint:
 
     def _status_error(self, status: int, retry_after: str) -> EndpointError:
         """Return what an HTTP status other than 200 means for the user."""
-        section = self.section
-        if 300 <= status < 400:
-            return self.error(
-                f"redirects elsewhere, which is not followed; put its new address in {section}.url."
-            )
-        if status in (401, 403):
-            return self.error(
-                f"refuses the key (status {status}); check the environment variable that "
-                f"{section}.key_variable names."
-                if self._key_variable
-                else f"wants a key (status {status}); put it in an environment variable and name "
-                f"that in {section}.key_variable."
-            )
-        if status == 404:
-            return self.error(
-                f"is not there (status 404); check {section}.model, and that {section}.url is the "
-                "address before /chat/completions or /embeddings."
-            )
-        if status == 429 or status >= 500:
-            seconds = int(retry_after) if retry_after.isdecimal() and len(retry_after) < 6 else 0
-            reason = "has no capacity or credit left" if status == 429 else "has a fault"
-            return self.error(f"{reason} (status {status}).", passing=True, retry_after=seconds)
-        return self.error(f"refuses the request (status {status}); check {section}.model.")
+        wait = int(retry_after) if retry_after.isdecimal() and len(retry_after) < 6 else 0
+        what, passing = next(
+            (what, passing) for first, last, what, passing in _STATUSES if first <= status <= last
+        )
+        return self.error(f"{what} (status {status}).", passing=passing, retry_after=wait)
 
     def _explained(self, error: Exception, seconds: float) -> EndpointError:
         """Return what a failed exchange means for the user, in words of our own."""
         if isinstance(error, TimeoutError):
             return self._late(seconds)
-        if isinstance(error, ssl.SSLCertVerificationError):
-            return self.error("has no valid certificate; nothing was sent.")
-        if isinstance(error, ssl.SSLError):
-            return self.error(f"does not speak TLS as it should; check {self.section}.url.")
-        if isinstance(error, socket.gaierror):
-            return self.error(
-                f"has no known address; check {self.section}.url and the network.", passing=True
-            )
-        if isinstance(error, ConnectionRefusedError):
-            return self.error("refuses connections; is it running?", passing=True)
-        if isinstance(error, http.client.HTTPException | ConnectionError):
-            return self.error("broke off, or does not speak HTTP as it should.", passing=True)
+        for kinds, what, passing in _FAILURES:
+            if isinstance(error, kinds):
+                return self.error(what, passing=passing)
         if isinstance(error, OSError) and error.errno is not None:
             return self.error(f"cannot be reached: {os.strerror(error.errno)}.", passing=True)
-        return self.error(f"cannot be asked ({type(error).__name__}); check {self.section}.url.")
+        return self.error(f"cannot be asked ({type(error).__name__}); check {{section}}.url.")
 
     def _key(self) -> str | None:
         """Return the key, "" when it is missing, None when none is wanted."""
@@ -191,7 +189,7 @@ class _Exchange(threading.Thread, Generic[T]):
         super().__init__(name=f"{endpoint.section}-model", daemon=True)
         self.error: EndpointError | None = None
         self._endpoint = endpoint
-        self._path = endpoint.path + path
+        self._path = endpoint._path + path
         self._content = content
         self._read = read
         self._seconds = seconds
@@ -217,11 +215,7 @@ class _Exchange(threading.Thread, Generic[T]):
                 socket.socket.shutdown(self._socket, socket.SHUT_RDWR)
 
     def _exchange(self) -> Any:
-        kind = (
-            http.client.HTTPSConnection if self._endpoint.is_https else http.client.HTTPConnection
-        )
-        connection = kind(self._endpoint.host, self._endpoint.port, timeout=self._seconds)
-        with contextlib.closing(connection):
+        with contextlib.closing(self._endpoint._connection(self._seconds)) as connection:
             connection.connect()
             # The connection forgets its socket when the server wants it closed after the answer.
             self._socket = connection.sock

@@ -107,12 +107,12 @@ HOSTILE: dict[str, tuple[Callable[[Request], object], str]] = {
     "out of range": (completion('{"0": 0.2, "1": 85, "2": 0.9}'), "candidate 1 the probability 85"),
     "huge": (completion('{"0": %s, "1": 1, "2": 1}' % ("9" * 999)), "0 the probability inf"),
     "twice": (completion('{"0": 0.2, "1": 1, "2": 0.9, "1": 0}'), "candidate 1 twice"),
-    "redirect": (echo(307), "redirects elsewhere, which is not followed"),
-    "unauthorized": (echo(401), r"refuses the key \(status 401\)"),
-    "not found": (echo(404), "check decision.model, and that decision.url"),
+    "redirect": (echo(307), "redirects, which is not followed"),
+    "unauthorized": (echo(401), "variable named in decision.key_variable"),
+    "not found": (echo(404), "check decision.url and .model"),
     "too many": (echo(429), "no capacity or credit"),
     "fault": (echo(500), "has a fault"),
-    "bad request": (echo(400), r"refuses the request \(status 400\)"),
+    "bad request": (echo(400), "refuses the request; check decision.model .status 400"),
 }
 
 
