@@ -99,7 +99,7 @@ class EndpointModel:
             message = str(error)
             if error.passing:
                 raise TryAgainLaterError(message.removesuffix(".")) from error
-            raise EmbeddingModelError(message) from error
+            raise EmbeddingModelError(message) from None
 
     def _vectors(self, reply: Any, count: int) -> npt.NDArray[np.float32]:
         import numpy as np
@@ -109,7 +109,7 @@ class EndpointModel:
             indexes = [entry["index"] for entry in entries]
             vectors = np.array([entry["embedding"] for entry in entries])
         except (TypeError, KeyError, ValueError):
-            raise self._unusable("is not made as an answer of embeddings is") from None
+            raise self._unusable("lists no embeddings by index") from None
         if indexes != list(range(count)):
             raise self._unusable(f"does not hold each of the {count} texts once")
         if vectors.ndim != 2 or vectors.shape[1] == 0 or vectors.dtype.kind not in "if":

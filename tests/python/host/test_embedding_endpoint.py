@@ -101,8 +101,8 @@ def test_a_batch_survives_a_fault_and_a_question_does_not_wait_for_a_silent_serv
     ("reply", "said"),
     [
         ('{"data": [{"index": 0, "embedding": [1, 2]}]}', "does not hold each of the 2 texts once"),
-        ('[{"index": 0}]', "not made as an answer of embeddings"),
-        (([1, 2], [1]), "not made as an answer of embeddings"),
+        ('[{"index": 0}]', "lists no embeddings by index"),
+        (([1, 2], [1]), "lists no embeddings by index"),
         (([1, 2, 3, 4], [1, 2, 3, 4]), "vectors of 4 numbers where 3 came before"),
         (([1, 2, 3], [1, 2, float("nan")]), "not finite"),
         ((["1", "2", "3"], ["1", "2", "3"]), "other than vectors of numbers"),
