@@ -12,9 +12,9 @@ namespace {
 using Ids = std::vector<SymbolId>;
 
 // Text tables over three symbols and two files.
-class TextTables : public testing::Test {
+class Tables : public testing::Test {
  protected:
-  std::unique_ptr<Database> make(const RetrievalSettings& settings = {}) {
+  auto make(const RetrievalSettings& settings = {}) {
     const std::vector<_SymbolRow> symbols{{1, "debounce input", "", "src ui", "waits near"},
                                           {-7, "wait", "debounce", "src ui", ""},
                                           {1LL << 62, "parse", "", "src config", "debounce"}};
@@ -23,7 +23,8 @@ class TextTables : public testing::Test {
     return _text_tables(settings, symbols, files, log);
   }
 
-  Ids search(const Database& fts, std::string_view table, const std::vector<std::string>& terms) {
+  template <typename Fts>
+  Ids search(Fts& fts, std::string_view table, const std::vector<std::string>& terms) {
     Ids rows;
     _Matching matching = _matching(fts, lock, table, terms);
     while (const auto row = matching.next()) rows.push_back(*row);
@@ -40,7 +41,7 @@ class TextTables : public testing::Test {
   std::mutex lock;
 };
 
-TEST_F(TextTables, FindInflectionsBestColumnFirst) {
+TEST_F(Tables, FindInflectionsBestColumnFirst) {
   const auto fts = make();
   EXPECT_EQ(search(*fts, _SYMBOL_TABLE, {"debounced"}), (Ids{1, -7, 1LL << 62}));
   EXPECT_EQ(search(*fts, _FILE_TABLE, {"debouncing"}), (Ids{1, 2}));
@@ -48,18 +49,18 @@ TEST_F(TextTables, FindInflectionsBestColumnFirst) {
   EXPECT_EQ(log.all(), std::vector<std::string>{});
 }
 
-TEST_F(TextTables, RankByTheWeightsGiven) {
+TEST_F(Tables, RankByTheWeightsGiven) {
   const auto fts = make({.weights = {.name = 0.5, .signature = 1, .path = 1, .docstring = 100.25}});
   EXPECT_EQ(search(*fts, _SYMBOL_TABLE, {"debounce"}), (Ids{1LL << 62, -7, 1}));
 }
 
-TEST_F(TextTables, TakeOperatorsForWords) {
+TEST_F(Tables, TakeOperatorsForWords) {
   const auto fts = make();
   EXPECT_EQ(search(*fts, _SYMBOL_TABLE, {"near"}), Ids{1});
   EXPECT_EQ(search(*fts, _SYMBOL_TABLE, {"not", "and", "or"}), Ids{});
 }
 
-TEST_F(TextTables, AreLockedUntilTheSearchEndsHoweverItEnds) {
+TEST_F(Tables, AreLockedUntilTheSearchEndsHoweverItEnds) {
   const auto fts = make();
   const std::vector<std::string> terms{"debounce"};
   {
@@ -72,14 +73,14 @@ TEST_F(TextTables, AreLockedUntilTheSearchEndsHoweverItEnds) {
   EXPECT_TRUE(is_free()) << "after a search that failed";
 }
 
-TEST_F(TextTables, AreAbsentWithOneWarningWhenTheTokenizerIsUnknown) {
+TEST_F(Tables, AreAbsentWithOneWarningWhenTheTokenizerIsUnknown) {
   EXPECT_EQ(make({.tokenizer = "no_such"}), nullptr);
   EXPECT_EQ(log.all(), std::vector<std::string>{
                            "warning This SQLite has no FTS5: retrieval ranks without text; "
                            "no such tokenizer: no_such"});
 }
 
-TEST_F(TextTables, FailWhenSqliteRefusesTheRankOption) {
+TEST_F(Tables, FailWhenSqliteRefusesTheRankOption) {
   const std::int64_t used = sqlite3_memory_used();
   EXPECT_THROW(make({.weights = {.name = 1e-5}}), SqliteError) << "exponents are no FTS5 numbers";
   EXPECT_EQ(sqlite3_memory_used(), used) << "nothing is left behind";
