@@ -1,6 +1,6 @@
 """Bringing an index up to date with its repository, reading only what changed."""
 
-import hashlib
+from collections import defaultdict
 from collections.abc import Callable
 from dataclasses import dataclass
 from pathlib import Path
@@ -8,14 +8,11 @@ from pathlib import Path
 from codeindex.engines.embedding import EmbeddingEngine
 from codeindex.indexing.discovery import SourceFile, find_source_files
 from codeindex.indexing.embedding_text import embedding_text
-from codeindex.models.symbol import ExtractedSymbol
-from codeindex.storage.repository import IndexedFile, IndexWriter, Repository
-
-INDEXING_VERSION = 1
-"""Changes whenever the same file would give other symbols or other embeddings than before."""
+from codeindex.indexing.reading import FileToRead, read_files
+from codeindex.storage.repository import IndexedFile, Repository, SkippedFiles
 
 _SYMBOLS_AT_ONCE = 4096
-_LONG_LINE = 500
+_MOST_EXAMPLES = 20
 _MODEL_PATIENCE_SECONDS = 60.0
 
 Progress = Callable[[str, int, int], None]
@@ -35,12 +32,13 @@ class RefreshReport:
 
 @dataclass(frozen=True, slots=True)
 class _Plan:
-    """What has to be done to the files of an index."""
+    """What has to be done to an index."""
 
     known: dict[str, IndexedFile]
     to_read: list[SourceFile]
     to_remove: list[str]
-    everything: bool
+    skipped: list[SkippedFiles]
+    is_done: bool
 
 
 def refresh(
@@ -48,89 +46,97 @@ def refresh(
 ) -> RefreshReport:
     """Make the index hold the source files below `root` as they are now.
 
-    Files are compared by stamp, then by content; only what differs is parsed and embedded. The
-    symbols change in one transaction, the embeddings follow in others: an interrupted run leaves
-    the last whole state, and the next run goes on from there. Waits for the embedding model;
-    raises EmbeddingModelError when it cannot be loaded, with the symbols already stored.
+    Files are compared by stamp, then by content; only what differs is parsed and embedded. An
+    index that never was whole takes the files a few at a time; later, all changes of a run become
+    visible at once. The embeddings follow. So an interrupted run leaves the last whole state, and
+    the next one goes on from there. In the end the index equals one built afresh but for ids.
+
+    One run at a time: raises TryAgainLaterError, which names the other one, when that takes long.
+    Waits for the embedding model; raises EmbeddingModelError when it cannot be loaded, with the
+    symbols already stored.
     """
-    files = find_source_files(root)
-    plan = _plan(files, repository)
-    if plan.to_read or plan.to_remove or plan.everything:
-        with repository.writing() as writer:
+    skipped: dict[str, list[str]] = defaultdict(list)
+    files = find_source_files(root, lambda reason, path: skipped[reason].append(path))
+    summary = [
+        SkippedFiles(reason, len(paths), tuple(paths[:_MOST_EXAMPLES]))
+        for reason, paths in sorted(skipped.items())
+    ]
+    plan = _plan(files, summary, repository)
+    read = 0
+    if not plan.is_done:
+        with repository.indexing():
             # Another run may have done the work while this one waited for its turn.
-            plan = _plan(files, repository)
-            read = _update_files(root, plan, writer, progress)
-    else:
-        read = 0
+            plan = _plan(files, summary, repository)
+            read = _update_files(root, plan, repository, progress)
     embedded = _embed_symbols(repository, engine, progress)
     return RefreshReport(len(files), read, len(plan.to_remove), repository.symbol_count(), embedded)
 
 
-def _plan(files: list[SourceFile], repository: Repository) -> _Plan:
+def _plan(files: list[SourceFile], skipped: list[SkippedFiles], repository: Repository) -> _Plan:
     known = repository.indexed_files()
-    everything = repository.indexing_version() != INDEXING_VERSION
     to_read = []
     for file in files:
         before = known.get(file.path)
-        if everything or before is None or file.stamp is None or file.stamp != before.stamp:
+        if before is None or file.stamp is None or file.stamp != before.stamp:
             to_read.append(file)
     to_remove = sorted(known.keys() - {file.path for file in files})
-    return _Plan(known, to_read, to_remove, everything)
+    is_done = (
+        not (to_read or to_remove)
+        and repository.is_whole()
+        and repository.skipped_on_sight() == skipped
+    )
+    return _Plan(known, to_read, to_remove, skipped, is_done)
 
 
-def _update_files(root: Path, plan: _Plan, writer: IndexWriter, progress: Progress) -> int:
+def _update_files(root: Path, plan: _Plan, repository: Repository, progress: Progress) -> int:
     """Carry out the plan; return how many files were parsed."""
-    for path in plan.to_remove:
-        writer.remove_file(path)
-    if plan.everything:
-        writer.begin_version(INDEXING_VERSION)
+    items = [
+        FileToRead(file, plan.known[file.path].digest if file.path in plan.known else None)
+        for file in plan.to_read
+    ]
+    results = enumerate(read_files(root, items))
+    at_once = _SYMBOLS_AT_ONCE if not repository.is_whole() else None
     parsed = 0
-    for done, file in enumerate(plan.to_read):
-        progress("files", done, len(plan.to_read))
-        before = plan.known.get(file.path)
-        try:
-            source = (root / file.path).read_bytes()
-        except OSError:
-            if before is not None:
-                writer.remove_file(file.path)
-            continue
-        digest = hashlib.blake2b(source, digest_size=16).digest()
-        if before is not None and before.digest == digest and not plan.everything:
-            if before.stamp != file.stamp:
-                writer.put_file(file.path, IndexedFile(before.language, file.stamp, digest), None)
-            continue
-        language, symbols = _parse(file, source)
-        writer.put_file(file.path, IndexedFile(language, file.stamp, digest), symbols)
-        parsed += 1
-    progress("files", len(plan.to_read), len(plan.to_read))
+    finished = False
+    while not finished:
+        with repository.writing() as writer:
+            stored = 0
+            for done, read in results:
+                progress("files", done, len(items))
+                before = plan.known.get(read.file.path)
+                skipped = before.skipped if before and read.symbols is None else read.skipped
+                after = IndexedFile(read.language, read.file.stamp, read.digest, skipped)
+                if after != before or read.symbols is not None:
+                    writer.put_file(read.file.path, after, read.symbols)
+                if read.symbols is not None:
+                    parsed += 1
+                    stored += len(read.symbols)
+                    if at_once is not None and stored >= at_once:
+                        break
+            else:
+                for path in plan.to_remove:
+                    writer.remove_file(path)
+                writer.finish_files(plan.skipped)
+                finished = True
+    progress("files", len(items), len(items))
     return parsed
-
-
-def _parse(file: SourceFile, source: bytes) -> tuple[str, list[ExtractedSymbol]]:
-    """Return the file's language and symbols; binary and minified content has no symbols."""
-    from codeindex.indexing.extraction import extract_symbols, source_language
-
-    if b"\0" in source or len(source) > _LONG_LINE * (source.count(b"\n") + 20):
-        return file.language.name, []
-    language = source_language(file.path, source, file.language)
-    return language.name, extract_symbols(file.path, source, language)
 
 
 def _embed_symbols(repository: Repository, engine: EmbeddingEngine, progress: Progress) -> int:
     """Embed the symbols that have no embedding yet; return how many those were."""
-    from codeindex.storage.vectors import STORED_TYPE
-
     model = engine.wait_ready(_MODEL_PATIENCE_SECONDS)
-    symbols = repository.symbols_to_embed(model.name)
-    for start in range(0, len(symbols), _SYMBOLS_AT_ONCE):
-        progress("embeddings", start, len(symbols))
-        batch = symbols[start : start + _SYMBOLS_AT_ONCE]
-        vectors = model.embed_array([embedding_text(symbol) for symbol in batch])
-        rows = vectors.astype(STORED_TYPE)
+    if not repository.symbols_to_embed(model.name):
+        return 0
+    with repository.indexing():
+        ids = repository.symbols_to_embed(model.name)
+        for start in range(0, len(ids), _SYMBOLS_AT_ONCE):
+            progress("embeddings", start, len(ids))
+            batch = ids[start : start + _SYMBOLS_AT_ONCE]
+            symbols = repository.get_symbols_by_ids(batch)
+            vectors = model.embed_array([embedding_text(symbols[i]) for i in batch])
+            with repository.writing() as writer:
+                writer.put_embeddings(model.name, batch, vectors)
         with repository.writing() as writer:
-            writer.put_embeddings(
-                model.name,
-                ((symbol.id, row.tobytes()) for symbol, row in zip(batch, rows, strict=True)),
-            )
-    progress("embeddings", len(symbols), len(symbols))
-    return len(symbols)
+            writer.finish_embeddings(model.name)
+    progress("embeddings", len(ids), len(ids))
+    return len(ids)

@@ -8,26 +8,38 @@ from contextlib import contextmanager
 from pathlib import Path
 
 from codeindex.exceptions import IndexFileError, TryAgainLaterError
+from codeindex.storage.writer_lock import writer_lock
+
+INDEX_VERSION = 2
+"""Changes with the file's layout, and whenever the same sources would give another index."""
+
+WAIT_FOR_WRITER_SECONDS = 30.0
+"""How long a run waits for another one to end."""
 
 _APPLICATION_ID = 0x43494458
-_SCHEMA_VERSION = 1
-_WAIT_FOR_WRITER_SECONDS = 30.0
+_APPLICATION_ID_AT = 68  # in the header of an SQLite file
 
 # `state` has one row. `revision` moves with everything retrievable, `vectors` with the stored
-# embeddings; `indexing` is the version of the code that filled the index.
+# embeddings; `whole` is 0 until every file was read once; `embedded` names the revision and the
+# model for which no embedding is missing; `skipped` is what discovery left out, as JSON.
+# `file.skipped` says why a file's content has no symbols. A row of `vectors` holds the embeddings
+# of the symbols whose ids begin at `block` times the size of a block.
 _SCHEMA = """
 CREATE TABLE state (
     index_id TEXT NOT NULL,
     revision INTEGER NOT NULL,
     vectors INTEGER NOT NULL,
-    indexing INTEGER NOT NULL
+    whole INTEGER NOT NULL,
+    embedded TEXT NOT NULL,
+    skipped TEXT NOT NULL
 );
 CREATE TABLE file (
     id INTEGER PRIMARY KEY,
     path TEXT NOT NULL UNIQUE,
     language TEXT NOT NULL,
     stamp TEXT,
-    digest BLOB NOT NULL
+    digest BLOB NOT NULL,
+    skipped TEXT
 );
 CREATE TABLE symbol (
     id INTEGER PRIMARY KEY AUTOINCREMENT,
@@ -41,10 +53,13 @@ CREATE TABLE symbol (
     docstring TEXT
 );
 CREATE INDEX symbol_by_place ON symbol (file_id, start_line);
-CREATE TABLE embedding (
-    symbol_id INTEGER PRIMARY KEY REFERENCES symbol ON DELETE CASCADE,
+CREATE TABLE vectors (
+    block INTEGER PRIMARY KEY,
     model TEXT NOT NULL,
-    vector BLOB NOT NULL
+    ids BLOB NOT NULL,
+    scales BLOB NOT NULL,
+    coarse BLOB NOT NULL,
+    fine BLOB NOT NULL
 );
 """
 
@@ -59,7 +74,7 @@ class Connections:
         """Open or create the file.
 
         Raises IndexFileError when the file is damaged, belongs to another program or cannot be
-        opened. An index with another layout is emptied, to be filled again.
+        opened. An index of another version is emptied, to be filled again.
         """
         self._path = path
         self._lock = threading.Lock()
@@ -71,15 +86,21 @@ class Connections:
             raise IndexFileError(
                 f"The index folder {path.parent} cannot be made: {error}."
             ) from error
-        with self.reading() as connection:
-            ready = _pragma(connection, "user_version") == _SCHEMA_VERSION
-        if not ready:
-            with self.writing() as connection:
-                _create(connection)
+        if not self._is_current():
+            with self.indexing():
+                self._close_idle()  # another process may have put a new file in its place
+                if not self._is_current():
+                    self._close_idle()
+                    self._remove()
+                    self._create()
 
     @contextmanager
     def reading(self) -> Iterator[sqlite3.Connection]:
-        """Borrow a connection; what SQLite makes of a damaged file becomes an IndexFileError."""
+        """Borrow a connection. What goes wrong in the file becomes an IndexFileError.
+
+        A damaged index is removed, so that the next run makes it again; a file that is no index
+        is left alone.
+        """
         with self._lock:
             if self._closed:
                 raise IndexFileError(f"The index {self._path} was closed.")
@@ -89,33 +110,16 @@ class Connections:
                 connection = self._connect()
             yield connection
         except sqlite3.DatabaseError as error:
-            if type(error) is not sqlite3.DatabaseError:
-                raise
-            raise IndexFileError(
-                f"{self._path} is no index or a damaged one ({error}). "
-                "Delete it, to have it made again, or choose another index file."
-            ) from error
+            raise self._explained(error) from error
         finally:
             if connection is not None:
                 self._give_back(connection)
 
     @contextmanager
     def writing(self) -> Iterator[sqlite3.Connection]:
-        """Borrow a connection inside the one writing transaction; an error undoes all of it.
-
-        Raises TryAgainLaterError when another writer holds the index for half a minute.
-        """
+        """Borrow a connection inside the one writing transaction; an error undoes all of it."""
         with self.reading() as connection:
-            try:
-                connection.execute("BEGIN IMMEDIATE")
-            except sqlite3.OperationalError as error:
-                if error.sqlite_errorcode & 0xFF != sqlite3.SQLITE_BUSY:
-                    raise IndexFileError(
-                        f"The index {self._path} cannot be written: {error}."
-                    ) from error
-                raise TryAgainLaterError(
-                    f"Another process is writing the index {self._path}."
-                ) from error
+            connection.execute("BEGIN IMMEDIATE")
             try:
                 yield connection
                 connection.execute("COMMIT")
@@ -123,10 +127,23 @@ class Connections:
                 if connection.in_transaction:
                     connection.execute("ROLLBACK")
 
+    @contextmanager
+    def indexing(self) -> Iterator[None]:
+        """Be the one run that fills the index, for as many transactions as it takes.
+
+        Raises TryAgainLaterError when another run goes on for longer than one waits.
+        """
+        with writer_lock(self._path, WAIT_FOR_WRITER_SECONDS):
+            yield
+
     def close(self) -> None:
         """Close every connection; those in use are closed when they are given back."""
         with self._lock:
             self._closed = True
+        self._close_idle()
+
+    def _close_idle(self) -> None:
+        with self._lock:
             idle, self._idle = self._idle, []
         for connection in idle:
             connection.close()
@@ -139,45 +156,74 @@ class Connections:
         connection.close()
 
     def _connect(self) -> sqlite3.Connection:
-        connection = None
+        connection = sqlite3.connect(
+            self._path,
+            timeout=WAIT_FOR_WRITER_SECONDS,
+            isolation_level=None,
+            check_same_thread=False,
+        )
         try:
-            connection = sqlite3.connect(
-                self._path,
-                timeout=_WAIT_FOR_WRITER_SECONDS,
-                isolation_level=None,
-                check_same_thread=False,
-            )
             owner = _pragma(connection, "application_id")
             empty = not connection.execute("SELECT 1 FROM sqlite_master LIMIT 1").fetchone()
             if owner != _APPLICATION_ID and not empty:
                 raise IndexFileError(
                     f"{self._path} is a database of another program. Choose another index file."
                 )
-            connection.execute("PRAGMA journal_mode = WAL")
             connection.execute("PRAGMA synchronous = NORMAL")
             connection.execute("PRAGMA foreign_keys = ON")
-        except BaseException as error:
-            if connection is not None:
-                connection.close()
-            if isinstance(error, sqlite3.OperationalError):
-                raise IndexFileError(
-                    f"The index {self._path} cannot be opened: {error}."
-                ) from error
+        except BaseException:
+            connection.close()
             raise
         return connection
+
+    def _is_current(self) -> bool:
+        with self.reading() as connection:
+            return _pragma(connection, "user_version") == INDEX_VERSION
+
+    def _create(self) -> None:
+        with self.reading() as connection:
+            connection.execute("PRAGMA journal_mode = WAL")
+        with self.writing() as connection:
+            for statement in _SCHEMA.split(";"):
+                connection.execute(statement)
+            connection.execute(
+                "INSERT INTO state VALUES (?, 0, 0, 0, '', '{}')", (secrets.token_hex(8),)
+            )
+            connection.execute(f"PRAGMA application_id = {_APPLICATION_ID}")
+            connection.execute(f"PRAGMA user_version = {INDEX_VERSION}")
+
+    def _explained(self, error: sqlite3.DatabaseError) -> Exception:
+        """Return what to raise in place of an error of SQLite's, after removing a damaged index."""
+        code = getattr(error, "sqlite_errorcode", sqlite3.SQLITE_ERROR) & 0xFF
+        if code == sqlite3.SQLITE_BUSY:
+            return TryAgainLaterError(f"Another process is writing the index {self._path}.")
+        if code == sqlite3.SQLITE_FULL:
+            return IndexFileError(f"There is no space left for the index {self._path}.")
+        if code not in (sqlite3.SQLITE_CORRUPT, sqlite3.SQLITE_NOTADB):
+            return IndexFileError(f"The index {self._path} cannot be used: {error}.")
+        if not self._is_ours():
+            return IndexFileError(
+                f"{self._path} is no index or a damaged one ({error}). "
+                "Delete it, to have it made again, or choose another index file."
+            )
+        self._remove()
+        return IndexFileError(
+            f"The index {self._path} was damaged ({error}) and has been removed. "
+            "Do the same again: it will be made anew."
+        )
+
+    def _remove(self) -> None:
+        for suffix in ("", "-wal", "-shm"):
+            self._path.with_name(self._path.name + suffix).unlink(missing_ok=True)
+
+    def _is_ours(self) -> bool:
+        try:
+            with self._path.open("rb") as file:
+                header = file.read(_APPLICATION_ID_AT + 4)
+        except OSError:
+            return False
+        return header[_APPLICATION_ID_AT:] == _APPLICATION_ID.to_bytes(4, "big")
 
 
 def _pragma(connection: sqlite3.Connection, name: str) -> int:
     return int(connection.execute(f"PRAGMA {name}").fetchone()[0])
-
-
-def _create(connection: sqlite3.Connection) -> None:
-    if _pragma(connection, "user_version") == _SCHEMA_VERSION:
-        return  # another process was quicker
-    for table in ("embedding", "symbol", "file", "state"):
-        connection.execute(f"DROP TABLE IF EXISTS {table}")
-    for statement in _SCHEMA.split(";"):
-        connection.execute(statement)
-    connection.execute("INSERT INTO state VALUES (?, 0, 0, 0)", (secrets.token_hex(8),))
-    connection.execute(f"PRAGMA application_id = {_APPLICATION_ID}")
-    connection.execute(f"PRAGMA user_version = {_SCHEMA_VERSION}")

@@ -95,11 +95,11 @@ class RetrievalQueries:
                 (vectors,) = connection.execute("SELECT vectors FROM state").fetchone()
                 if self._vectors is None or self._vectors[0] != (vectors, model):
                     rows = connection.execute(
-                        "SELECT symbol_id, vector FROM embedding WHERE model = ? "
-                        "ORDER BY symbol_id",
+                        "SELECT ids, scales, coarse, fine FROM vectors WHERE model = ? "
+                        "ORDER BY block",
                         (model,),
                     ).fetchall()
-                    self._vectors = (vectors, model), VectorTable.from_rows(rows)
+                    self._vectors = (vectors, model), VectorTable.from_bytes(rows)
             finally:
                 connection.execute("COMMIT")
             return self._vectors[1]
