@@ -11,6 +11,7 @@ from datetime import UTC, datetime
 from pathlib import Path
 from typing import TYPE_CHECKING
 
+from codeindex.configuration import load_configuration
 from codeindex.engines.decision import DecisionClient
 from codeindex.engines.embedding import EmbeddingEngine
 from codeindex.exceptions import CodeIndexError
@@ -75,13 +76,14 @@ class Index:
         """
         self.root = _existing_folder(Path(path))
         """The repository's folder, absolute and free of links."""
+        configuration = load_configuration(self.root)
         self.index_file = default_index_path(self.root) if index_file is None else Path(index_file)
         """The SQLite file that holds the index."""
         self.repository = Repository(self.index_file)
         """The stored index."""
-        self.decisions = DecisionClient()
+        self.decisions = DecisionClient(configuration.decision)
         """The decision client that reranks, when one is configured."""
-        self._engine = EmbeddingEngine()
+        self._engine = EmbeddingEngine(configuration.embedding)
         self.retriever = HybridRetriever(
             self.repository,
             embedder=engine_query_embedder(self._engine),
@@ -128,7 +130,7 @@ class Index:
             if not self.root.is_dir() or not self.repository.symbol_count():
                 raise
             checked_at = None
-            warning = f"The index may be older than the files: {error}"
+            warning = f"The index could not be brought up to date: {error}"
         fingerprint = self.repository.retrieval_fingerprint()
         state = f"{fingerprint.index_id}-{fingerprint.revision}"
         return Freshness(state, checked_at, warning)

@@ -112,8 +112,9 @@ def ask_command(
         from codeindex.progress import ProgressBar
         from codeindex.workers.retrieval import RERANK_FEATURE
 
-        if rerank and not opened.decisions.feature_enabled(RERANK_FEATURE):
-            typer.echo("No decision model is configured, so nothing is reranked.", err=True)
+        why_not = opened.decisions.why_disabled(RERANK_FEATURE)
+        if rerank and why_not is not None:
+            typer.echo(f"codeindex: nothing is reranked: {why_not}", err=True)
         with ProgressBar() as progress:
             answer = opened.ask(
                 question,
@@ -181,6 +182,23 @@ def show_command(
             typer.echo(f"No symbol is named {one_line(symbol)!r}.")
         if source is None:
             raise typer.Exit(_NO_ANSWER)
+
+
+@app.command("mcp")
+def mcp_command(
+    repo: Annotated[
+        Path | None,
+        typer.Option(help="The repository's folder; by default the one around the current folder."),
+    ] = None,
+    index: _IndexFile = None,
+) -> None:
+    """Serve questions to an agent over standard input and output, by the Model Context Protocol.
+
+    Example: codeindex mcp --repo ~/work/flask
+    """
+    from codeindex.mcp_server import Server
+
+    Server(_enclosing_repository(Path.cwd()) if repo is None else repo, index).run()
 
 
 @contextmanager
