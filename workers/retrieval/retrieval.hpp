@@ -9,7 +9,7 @@
 
 // IWYU pragma: begin_exports
 #include "retrieval/channels/fusion.hpp"      // ranks_in_order, reciprocal_rank_fusion
-#include "retrieval/host/code_rules.hpp"      // CodeRules
+#include "retrieval/host/code_rules.hpp"      // CodeRules, retrievable_kinds
 #include "retrieval/host/decisions.hpp"       // RerankClient, DecisionSupport
 #include "retrieval/host/embedding.hpp"       // QueryVector, QueryEmbedder, engine_query_embedder
 #include "retrieval/host/errors.hpp"          // TryAgainLaterError, DecisionError, StopRequest

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <exception>
 #include <iterator>
-#include <limits>
 #include <optional>
 #include <span>
 #include <string>
@@ -24,12 +23,6 @@ _Channel unavailable(std::string problem) {
 _Channel failed(Log& log, std::string_view line, std::string problem) {
   log.write({LogLevel::kWarning, line, {}, std::current_exception()});
   return {.ranks = {}, .status = FAILED, .problem = std::move(problem)};
-}
-
-// The number of neighbours of the next pass, without overflow.
-std::int64_t widened(std::int64_t searched, std::int64_t ceiling) {
-  constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max() / _WIDENING;
-  return searched > kMost ? ceiling : std::min(searched * _WIDENING, ceiling);
 }
 
 }  // namespace
@@ -85,7 +78,8 @@ _Channel _nearest(Repository& repository, const RetrievalSettings& settings,
                          " nearest embeddings, " + std::to_string(admitted.size()) +
                          " of them in scope"};
     }
-    searched = widened(searched, ceiling);
+    // No overflow: so many neighbours were just returned.
+    searched = std::min(searched * _WIDENING, ceiling);
   }
 }
 

@@ -21,9 +21,9 @@ constexpr std::size_t kBatch = 256;
 
 constexpr std::string_view kModule = "module";
 
-// _KIND_ORDER of a kind: among the symbols of one name, declarations that are neither callables,
+// The place of a kind: among the symbols of one name, declarations that are neither callables,
 // modules nor constants come first, then callables and modules, then constants.
-int kind_order(std::string_view kind, const CodeRules& rules) {
+int _kind_order(std::string_view kind, const CodeRules& rules) {
   if (kind == "constant") return 2;
   return kind == kModule || rules.callable_kinds.contains(kind) ? 1 : 0;
 }
@@ -162,7 +162,7 @@ void Build::sort_names() {
   }
   const auto listing_order = [&](std::uint32_t place) {
     const SymbolTable::Row& symbol = symbols[place];
-    return std::tuple(kind_order(corpus_->texts[symbol.kind], rules_), corpus_->path_of(symbol),
+    return std::tuple(_kind_order(corpus_->texts[symbol.kind], rules_), corpus_->path_of(symbol),
                       symbol.id);
   };
   std::vector<std::pair<std::string_view, std::vector<std::uint32_t>*>> names;
@@ -192,12 +192,6 @@ std::shared_ptr<_Corpus> Build::finish(std::shared_ptr<const IndexFingerprint> f
 }
 
 }  // namespace
-
-StringSet retrievable_kinds(const StringSet& declaration_kinds) {
-  StringSet kinds = declaration_kinds;
-  kinds.emplace(kModule);
-  return kinds;
-}
 
 RetrievedSymbol _Corpus::symbol(SymbolId id) const {
   const SymbolTable::Row& row = *symbols.find(id);

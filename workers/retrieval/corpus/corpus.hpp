@@ -12,9 +12,9 @@
 #include <span>
 #include <string_view>
 
-#include "retrieval/corpus/sqlite.hpp"
 #include "retrieval/corpus/string_pool.hpp"
 #include "retrieval/corpus/symbols.hpp"
+#include "retrieval/corpus/text_tables.hpp"
 #include "retrieval/host/code_rules.hpp"
 #include "retrieval/host/log.hpp"
 #include "retrieval/host/repository.hpp"
@@ -23,17 +23,13 @@
 
 namespace retrieval {
 
-// The kinds of symbol that retrieval reads from the index: those that define something, and
-// modules.
-StringSet retrievable_kinds(const StringSet& declaration_kinds);
-
 struct _Corpus {
   std::shared_ptr<const IndexFingerprint> fingerprint;  // the state it was built from
   StringPool texts;
   SymbolTable symbols;
   NameTable by_name;
   FileTable files;
-  std::unique_ptr<Database> fts;  // null when this SQLite has no FTS5
+  std::unique_ptr<TextTables> fts;  // null when this SQLite has no FTS5
   mutable std::mutex fts_lock;
 
   // The symbol as a hit carries it. The id must be one of `symbols`.

@@ -47,6 +47,7 @@ class Statement {
   void run();
 
   std::int64_t integer(int column) const { return sqlite3_column_int64(handle_.get(), column); }
+  double number(int column) const { return sqlite3_column_double(handle_.get(), column); }
 
  private:
   struct Finalize {

@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "retrieval/corpus/id_index.hpp"
 #include "retrieval/corpus/string_pool.hpp"
 #include "retrieval/host/repository.hpp"
 #include "retrieval/retriever/records.hpp"
@@ -60,18 +61,18 @@ class SymbolTable {
   const Row& operator[](std::size_t place) const { return rows_[place]; }
 
   // The symbol's row, or null when there is none of this id.
-  const Row* find(SymbolId id) const;
+  const Row* find(SymbolId id) const {
+    const std::optional<std::uint32_t> place = places_.find(id);
+    return place ? &rows_[*place] : nullptr;
+  }
 
   void add(const Row& row) { rows_.push_back(row); }
   // Ends the filling: makes the index by id.
   void close();
 
  private:
-  std::size_t slot_of(SymbolId id) const;
-
   std::vector<Row> rows_;
-  // Open addressing: 0 for a free slot, else the row's place + 1. A power of two in size.
-  std::vector<std::uint32_t> slots_;
+  IdIndex places_;
 };
 
 // The lower-cased names of a snapshot in ascending code-point order, each with the ids of its

@@ -1,8 +1,8 @@
 #include "retrieval/corpus/text_tables.hpp"
 
+#include <array>
 #include <exception>
-
-#include "retrieval/corpus/ranking.hpp"
+#include <utility>
 
 namespace retrieval {
 namespace {
@@ -16,8 +16,16 @@ void create(Database& database, std::string_view table, std::string_view columns
   Statement(database, sql).run();
 }
 
-void fill_symbols(const Database& database, std::span<const _SymbolRow> rows) {
-  Statement insert(database,
+// Sets the table's persistent `rank` option: the lower the rank, the better the row.
+void rank_by(const Database& database, std::string_view table, const std::string& expression) {
+  const std::string name(table);
+  Statement statement(database, "INSERT INTO " + name + " (" + name + ", rank) VALUES ('rank', ?)");
+  statement.bind(1, expression);
+  statement.run();
+}
+
+void fill_symbols(TextTables& tables, std::span<const _SymbolRow> rows) {
+  Statement insert(tables.database,
                    "INSERT INTO " + std::string(_SYMBOL_TABLE) +
                        " (rowid, name, signature, path, docstring) VALUES (?, ?, ?, ?, ?)");
   for (const _SymbolRow& row : rows) {
@@ -27,18 +35,24 @@ void fill_symbols(const Database& database, std::span<const _SymbolRow> rows) {
     insert.bind(4, row.path);
     insert.bind(5, row.docstring);
     insert.run();
+    if (tables.bm25 == nullptr) continue;
+    tables.bm25->symbols.add_row(*tables.bm25, row.id,
+                                 std::array{row.name, row.signature, row.path, row.docstring});
   }
 }
 
-void fill_files(const Database& database, std::span<const _FileRow> rows) {
-  Statement insert(database, "INSERT INTO " + std::string(_FILE_TABLE) +
-                                 " (rowid, names, path, docstrings) VALUES (?, ?, ?, ?)");
+void fill_files(TextTables& tables, std::span<const _FileRow> rows) {
+  Statement insert(tables.database, "INSERT INTO " + std::string(_FILE_TABLE) +
+                                        " (rowid, names, path, docstrings) VALUES (?, ?, ?, ?)");
   for (const _FileRow& row : rows) {
     insert.bind(1, row.row);
     insert.bind(2, row.names);
     insert.bind(3, row.path);
     insert.bind(4, row.docstrings);
     insert.run();
+    if (tables.bm25 == nullptr) continue;
+    tables.bm25->files.add_row(*tables.bm25, row.row,
+                               std::array{row.names, row.path, row.docstrings});
   }
 }
 
@@ -57,36 +71,52 @@ std::string search(std::string_view table) {
   return "SELECT rowid FROM " + name + " WHERE " + name + " MATCH ? ORDER BY rank";
 }
 
+// Readies the ranking for the query that comes, and gives back the tables.
+TextTables& begun(TextTables& fts, std::string_view table, std::span<const std::string> terms) {
+  if (fts.bm25 != nullptr) {
+    fts.bm25->begin(table == _SYMBOL_TABLE ? fts.bm25->symbols : fts.bm25->files, terms);
+  }
+  return fts;
+}
+
 }  // namespace
 
-std::unique_ptr<Database> _text_tables(const RetrievalSettings& settings,
-                                       std::span<const _SymbolRow> symbol_rows,
-                                       std::span<const _FileRow> file_rows, Log& log) {
-  auto database = std::make_unique<Database>(Database::in_memory());
+std::unique_ptr<TextTables> _text_tables(const RetrievalSettings& settings,
+                                         std::span<const _SymbolRow> symbol_rows,
+                                         std::span<const _FileRow> file_rows, Log& log,
+                                         RankFunction rank_function) {
+  auto tables = std::make_unique<TextTables>(TextTables{nullptr, Database::in_memory()});
+  Database& database = tables->database;
   try {
-    create(*database, _SYMBOL_TABLE, "name, signature, path, docstring", settings);
-    create(*database, _FILE_TABLE, "names, path, docstrings", settings);
+    create(database, _SYMBOL_TABLE, "name, signature, path, docstring", settings);
+    create(database, _FILE_TABLE, "names, path, docstrings", settings);
   } catch (const SqliteError& error) {
     if (error.code() != SQLITE_ERROR) throw;
-    database.reset();
+    tables.reset();
     log.write({LogLevel::kWarning,
                "This SQLite has no FTS5: retrieval ranks without text",
                {},
                std::current_exception()});
     return nullptr;
   }
-  Transaction transaction(*database);
-  _rank_by(*database, std::string(_SYMBOL_TABLE), settings.weights.rank_function());
-  _rank_by(*database, std::string(_FILE_TABLE), settings.file_weights.rank_function());
-  fill_symbols(*database, symbol_rows);
-  fill_files(*database, file_rows);
+  if (rank_function == RankFunction::kOwn) {
+    tables->bm25 = Bm25::install(database, settings.tokenizer);
+  }
+  Transaction transaction(database);
+  rank_by(database, _SYMBOL_TABLE, settings.weights.rank_function());
+  rank_by(database, _FILE_TABLE, settings.file_weights.rank_function());
+  fill_symbols(*tables, symbol_rows);
+  fill_files(*tables, file_rows);
   transaction.commit();
-  return database;
+  if (tables->bm25 != nullptr) tables->bm25->close();
+  return tables;
 }
 
-_Matching::_Matching(const Database& fts, std::mutex& lock, std::string_view table,
+_Matching::_Matching(TextTables& fts, std::mutex& lock, std::string_view table,
                      std::span<const std::string> terms)
-    : lock_(lock), expression_(any_of(terms)), query_(fts, search(table)) {
+    : lock_(lock),
+      expression_(any_of(terms)),
+      query_(begun(fts, table, terms).database, search(table)) {
   query_.bind(1, expression_);
 }
 
@@ -95,9 +125,9 @@ std::optional<std::int64_t> _Matching::next() {
   return query_.integer(0);
 }
 
-_Matching _matching(const Database& fts, std::mutex& lock, std::string_view table,
+_Matching _matching(TextTables& fts, std::mutex& lock, std::string_view table,
                     std::span<const std::string> terms) {
-  return {fts, lock, table, terms};
+  return _Matching(fts, lock, table, terms);
 }
 
 }  // namespace retrieval

@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 
+#include "retrieval/corpus/bm25.hpp"
 #include "retrieval/corpus/sqlite.hpp"
 #include "retrieval/host/log.hpp"
 #include "retrieval/retriever/settings.hpp"
@@ -39,18 +40,34 @@ struct _FileRow {
   std::string_view docstrings;
 };
 
-// The filled database, or null, after a warning in the log, when this SQLite lacks FTS5 or the
+// What ranks the rows that match. Both give every row the same rank; FTS5's own reads each row
+// again to count its words.
+enum class RankFunction { kOwn, kBuiltIn };
+
+// The filled tables; used under the lock that their snapshot keeps beside them.
+struct TextTables {
+  // Null where FTS5's built-in function ranks: when that was asked for, or when the tokenizer does
+  // not take words one by one. Outlives the database, which calls it.
+  std::unique_ptr<Bm25> bm25;
+  Database database;
+};
+
+// The filled tables, or null, after a warning in the log, when this SQLite lacks FTS5 or the
 // tokenizer. Any other failure throws SqliteError, and nothing is left behind.
-std::unique_ptr<Database> _text_tables(const RetrievalSettings& settings,
-                                       std::span<const _SymbolRow> symbol_rows,
-                                       std::span<const _FileRow> file_rows, Log& log);
+std::unique_ptr<TextTables> _text_tables(const RetrievalSettings& settings,
+                                         std::span<const _SymbolRow> symbol_rows,
+                                         std::span<const _FileRow> file_rows, Log& log,
+                                         RankFunction rank_function = RankFunction::kOwn);
 
 // A search in progress: holds the lock from its construction to its end, and closes its query
 // before it lets the lock go. Used by the thread that made it.
 class _Matching {
  public:
-  _Matching(const Database& fts, std::mutex& lock, std::string_view table,
+  _Matching(TextTables& fts, std::mutex& lock, std::string_view table,
             std::span<const std::string> terms);
+  // The query refers to the expression beside it.
+  _Matching(const _Matching&) = delete;
+  _Matching& operator=(const _Matching&) = delete;
 
   // The next matching row's id, best first; nothing after the last. Throws SqliteError.
   std::optional<std::int64_t> next();
@@ -63,7 +80,7 @@ class _Matching {
 
 // Searches the table for the rows that hold any of the terms, at least one, each a word of ASCII
 // letters or of digits.
-_Matching _matching(const Database& fts, std::mutex& lock, std::string_view table,
+_Matching _matching(TextTables& fts, std::mutex& lock, std::string_view table,
                     std::span<const std::string> terms);
 
 }  // namespace retrieval

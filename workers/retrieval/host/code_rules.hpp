@@ -18,4 +18,8 @@ struct CodeRules {
   std::function<bool(std::string_view path)> is_test_path;
 };
 
+// RETRIEVABLE_KINDS of a host: the kinds of symbol that retrieval reads from the index, which are
+// those that define something, and modules.
+StringSet retrievable_kinds(const StringSet& declaration_kinds);
+
 }  // namespace retrieval

@@ -52,7 +52,7 @@ class DecisionSupport {
   // The version of the rerank question, which `decide` is told.
   virtual std::string rerank_question_version() = 0;
 
-  // Whether showing source text to this client's model is consented. Null stands for no client.
+  // Whether showing source text to this client's model is consented.
   virtual HostValue source_consented(RerankClient& client) = 0;
 
   // One line that shows the model a candidate, within the consent; a null consent is none.

@@ -29,9 +29,9 @@ struct LogRecord {
   std::exception_ptr error;
 };
 
-// Called from the threads that ask questions, at the same time, with no text-table lock held; the
-// debug line of a snapshot build comes while the retriever's own lock is held, so `write` must not
-// ask the same retriever. What it throws leaves the question. The record lives for the call.
+// Called from the threads that ask questions, at the same time, with no text-table lock held. The
+// lines of a snapshot build come while the retriever's own lock is held, so `write` must not ask
+// the same retriever. What it throws leaves the question. The record lives for the call.
 class Log {
  public:
   virtual ~Log() = default;

@@ -53,11 +53,13 @@ std::pair<std::vector<Hit>, std::optional<std::string>> _reranked(
     const RerankHost& host, std::string_view query, std::vector<Hit> hits,
     const std::unordered_set<SymbolId>& pinned) {
   const auto is_pinned = [&](const Hit& hit) { return pinned.contains(hit.symbol.id); };
+  const auto unpinned =
+      hits.size() - static_cast<std::size_t>(std::ranges::count_if(hits, is_pinned));
+  const std::size_t count = std::min<std::size_t>(unpinned, RERANK_DEPTH);
+  if (count < 2) return {std::move(hits), std::nullopt};
   // Pinned hits come first as it is; this keeps both kinds in their order wherever they are.
   std::vector<Hit> ordered = hits;
   const auto movable = std::ranges::stable_partition(ordered, is_pinned);
-  const std::size_t count = std::min<std::size_t>(movable.size(), RERANK_DEPTH);
-  if (count < 2) return {std::move(hits), std::nullopt};
   const std::span<Hit> head(movable.begin(), count);
 
   std::vector<std::int64_t> order;

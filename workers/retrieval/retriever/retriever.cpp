@@ -39,9 +39,10 @@ std::vector<Hit> make_hits(const _Corpus& corpus, std::vector<FusedSymbol>&& ord
   return hits;
 }
 
-OrderedMap<std::string, RankMap> rankings_of(const _Channels& channels) {
+// The channels' rank maps, taken out of them.
+OrderedMap<std::string, RankMap> take_rankings(_Channels& channels) {
   OrderedMap<std::string, RankMap> rankings;
-  for (const auto& [name, channel] : channels) rankings.emplace_back(name, channel.ranks);
+  for (auto& [name, channel] : channels) rankings.emplace_back(name, std::move(channel.ranks));
   return rankings;
 }
 
@@ -82,7 +83,7 @@ RetrievalResult HybridRetriever::retrieve(std::string_view query, const Question
       SEMANTIC, _semantic(*_repository, _embedder, _settings, *_host.log, query, admit, depth));
 
   std::vector<FusedSymbol> ordered =
-      pinned_first(reciprocal_rank_fusion(rankings_of(channels), _settings.rrf_k), pinned);
+      pinned_first(reciprocal_rank_fusion(take_rankings(channels), _settings.rrf_k), pinned);
   const bool reranking = question.rerank && _reranking(_decisions.get());
   const std::int64_t count =
       reranking ? saturating_sum(question.limit, RERANK_DEPTH) : question.limit;
