@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import json
+from dataclasses import asdict
 from pathlib import Path
 from typing import TYPE_CHECKING, Any
 
@@ -10,6 +11,7 @@ if TYPE_CHECKING:
     from codeindex.api import Answer, Freshness
     from codeindex.lookup import SourceLines
     from codeindex.models.symbol import StoredSymbol
+    from codeindex.status import IndexStatus
     from codeindex.workers.retrieval import RetrievedSymbol
 
 JSON_VERSION = 1
@@ -72,3 +74,8 @@ def symbol_values(symbol: StoredSymbol | RetrievedSymbol) -> dict[str, Any]:
 def source_values(source: SourceLines) -> dict[str, Any]:
     """Return `first_line` (from 1) and `text`, the lines joined by line feeds."""
     return {"first_line": source.first, "text": "\n".join(source.lines)}
+
+
+def status_values(status: IndexStatus) -> dict[str, Any]:
+    """Return the fields of an IndexStatus; `skipped` is a list of reason, count and examples."""
+    return {**asdict(status), "index": str(status.index)}

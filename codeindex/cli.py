@@ -154,13 +154,13 @@ def show_command(
     Example: codeindex show SecureCookieSessionInterface.get_signing_serializer
     """
     with _opened(repo, index) as opened:
-        from codeindex.lookup import read_source
+        from codeindex.lookup import source_lines
         from codeindex.progress import ProgressBar
 
         with ProgressBar() as progress:
             _warn(opened.bring_up_to_date(progress))
         found = opened.find(symbol)
-        source = read_source(opened.root, found[0], context) if len(found) == 1 else None
+        source = source_lines(opened.root, found[0], context) if len(found) == 1 else None
         if as_json:
             from codeindex.answers import source_values, symbol_values, to_json
 
@@ -184,6 +184,36 @@ def show_command(
             raise typer.Exit(_NO_ANSWER)
 
 
+@app.command("status")
+def status_command(
+    repo: _Repo = None,
+    skipped: Annotated[
+        bool, typer.Option("--skipped", help="List what the index leaves out, and why.")
+    ] = False,
+    as_json: _Json = False,
+    index: _IndexFile = None,
+) -> None:
+    """Say what the index of a repository holds; it is not brought up to date for that.
+
+    Example: codeindex status --skipped --repo ~/work/flask
+    """
+    with _failures_explained():
+        from codeindex.status import read_status
+
+        root = _folder(repo).resolve()
+        status = read_status(root, index)
+        if as_json:
+            from codeindex.answers import status_values, to_json
+
+            typer.echo(to_json(root, **status_values(status)))
+        else:
+            from codeindex.terminal import print_status
+
+            print_status(root, status, skipped)
+        if not status.whole:
+            raise typer.Exit(_NO_ANSWER)
+
+
 @app.command("mcp")
 def mcp_command(
     repo: Annotated[
@@ -198,18 +228,23 @@ def mcp_command(
     """
     from codeindex.mcp_server import Server
 
-    Server(_enclosing_repository(Path.cwd()) if repo is None else repo, index).run()
+    Server(_folder(repo), index).run()
 
 
 @contextmanager
 def _opened(path: Path | None, index_file: Path | None) -> Iterator[Index]:
-    """Open an index; what may go wrong for a user is one line on stderr and an exit code."""
-    try:
+    with _failures_explained():
         from codeindex.api import Index
 
-        root = _enclosing_repository(Path.cwd()) if path is None else path
-        with Index(root, index_file) as index:
+        with Index(_folder(path), index_file) as index:
             yield index
+
+
+@contextmanager
+def _failures_explained() -> Iterator[None]:
+    """Make one line on stderr and an exit code of what may go wrong for a user."""
+    try:
+        yield
     except BrokenPipeError:
         raise
     except (CodeIndexError, OSError, sqlite3.Error) as error:
@@ -224,9 +259,9 @@ def _warn(freshness: Freshness) -> None:
         typer.echo(f"codeindex: {one_line(freshness.warning)}", err=True)
 
 
-def _enclosing_repository(folder: Path) -> Path:
-    """Return the nearest folder above with a ".git", or the folder itself."""
-    for candidate in (folder, *folder.parents):
-        if (candidate / ".git").exists():
-            return candidate
-    return folder
+def _folder(path: Path | None) -> Path:
+    """Return the folder that was named, or the nearest above with a ".git", or the present one."""
+    here = Path.cwd()
+    if path is None:
+        path = next((above for above in (here, *here.parents) if (above / ".git").exists()), here)
+    return path

@@ -2,13 +2,12 @@
 
 from __future__ import annotations
 
-import os
-import stat
 from dataclasses import dataclass
 from pathlib import Path
 from typing import TYPE_CHECKING
 
 from codeindex.exceptions import CodeIndexError
+from codeindex.indexing.discovery import read_source
 from codeindex.models.symbol import DECLARATION_KINDS, StoredSymbol
 from codeindex.utils.language_filter import SOURCE_LANGUAGES
 
@@ -45,27 +44,20 @@ def find_symbols(repository: Repository, name: str) -> list[StoredSymbol]:
     )
 
 
-def read_source(root: Path, symbol: StoredSymbol, context: int = 0) -> SourceLines:
+def source_lines(root: Path, symbol: StoredSymbol, context: int = 0) -> SourceLines:
     """Return the lines of a symbol and `context` lines around it, from the file as it is now.
 
-    Text that is no UTF-8 is shown with replacement characters. Raises CodeIndexError when the
-    file is gone, is no regular file, or does not lie below `root`, links followed.
+    Text that is no UTF-8 comes with replacement characters. Raises CodeIndexError when the file
+    is gone, is no regular file, or does not lie below `root`, links followed.
     """
-    path = root / symbol.path
     try:
-        if not path.resolve(strict=True).is_relative_to(root):
+        if not (root / symbol.path).resolve(strict=True).is_relative_to(root):
             raise CodeIndexError(f"{symbol.path} leads out of the repository, so it is not read.")
-        # A named pipe must not keep us waiting.
-        descriptor = os.open(path, os.O_RDONLY | os.O_NOFOLLOW | os.O_NONBLOCK)
-        with open(descriptor, "rb") as file:
-            if not stat.S_ISREG(os.fstat(descriptor).st_mode):
-                raise CodeIndexError(f"{symbol.path} is no regular file any more.")
-            text = file.read().decode("utf-8", "replace")
+        text = read_source(root, symbol.path).decode("utf-8", "replace")
     except OSError as error:
-        raise CodeIndexError(f"{symbol.path} cannot be read: {error.strerror}.") from error
-    lines = text.replace("\r\n", "\n").split("\n")
-    if not lines[-1]:
-        lines.pop()
+        reason = error.strerror or error
+        raise CodeIndexError(f"{symbol.path} cannot be read: {reason}.") from error
+    lines = text.replace("\r\n", "\n").removesuffix("\n").split("\n")
     first = max(1, symbol.start_line - context)
     return SourceLines(first, lines[first - 1 : symbol.end_line + context])
 

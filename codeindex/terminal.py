@@ -20,10 +20,12 @@ if TYPE_CHECKING:
     from codeindex.api import Answer
     from codeindex.lookup import SourceLines
     from codeindex.models.symbol import StoredSymbol
+    from codeindex.status import IndexStatus
     from codeindex.workers.retrieval import RetrievedSymbol
 
 _MAX_SIGNATURE = 160
 _MAX_CANDIDATES = 20
+_MAX_EXAMPLES = 5
 _TAB = 4
 
 
@@ -67,6 +69,29 @@ def print_source(root: Path, symbol: StoredSymbol, source: SourceLines) -> None:
         if not symbol.start_line <= number <= symbol.end_line:
             line = Text(line.plain, "dim")
         console.print(Text.assemble((f"{number:>{width}}  ", "dim"), line))
+
+
+def print_status(root: Path, status: IndexStatus, list_skipped: bool) -> None:
+    """Print what an index holds; with `list_skipped`, also which files it leaves out, and why."""
+    console = _console()
+    counts = sorted(status.languages.items(), key=lambda item: (-item[1], item[0]))
+    rows = {
+        "repository": str(root),
+        "index": f"{status.index} ({status.bytes / 1e6:,.1f} MB)",
+        "files": f"{status.files:,}  {', '.join(f'{name} {count:,}' for name, count in counts)}",
+        "symbols": f"{status.symbols:,}",
+        "left out": f"{sum(files.count for files in status.skipped):,} files",
+    }
+    for name, value in rows.items():
+        console.print(Text.assemble((f"{name:<12}", "dim"), one_line(value)))
+    for files in status.skipped if list_skipped else ():
+        console.print(Text.assemble(f"\n{files.count:>7,}  ", (one_line(files.reason), "bold")))
+        for path in files.examples[:_MAX_EXAMPLES]:
+            console.print(Text(f"         {one_line(path)}", "dim"))
+        if files.count > _MAX_EXAMPLES:
+            console.print(Text(f"         and {files.count - _MAX_EXAMPLES:,} more", "dim"))
+    if not status.whole:
+        console.print("No whole index yet; `codeindex index` makes it or goes on with it.")
 
 
 def _console() -> Console:

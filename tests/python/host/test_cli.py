@@ -33,6 +33,7 @@ def repo(tmp_path_factory: pytest.TempPathFactory) -> Path:
     )
     (root / "tests").mkdir()
     (root / "tests" / "test_cart.py").write_text("def test_add_item(): pass\n")
+    (root / "not\x1b[2Jcode.txt").write_text("Nothing to index.")
     (root / "shop.py").write_text(SHOP)
     (root / "evil\x1b[2J.py").write_text("def evil_function(): pass  # \x1b[2J \x9b \u202e\n")
     codeindex("index", ".", cwd=root)
@@ -48,7 +49,7 @@ def codeindex(
     return subprocess.run(
         [sys.executable, "-m", "codeindex", *arguments],
         cwd=cwd,
-        env={"XDG_CACHE_HOME": str(cwd / ".cache"), "HOME": str(cwd), **env},
+        env={"XDG_CACHE_HOME": str(cwd.parent / "cache"), "HOME": str(cwd.parent), **env},
         preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (largest_file,) * 2),
         capture_output=True,
         text=True,
@@ -141,6 +142,24 @@ def test_a_name_of_several_symbols_gives_the_candidates(repo: Path) -> None:
     assert shown["source"] is None
     one = json.loads(codeindex("show", "shop.size", "--json", "--context", "0", cwd=repo).stdout)
     assert one["source"] == {"first_line": 10, "text": "def size(): pass"}
+
+
+def test_status_says_what_the_index_holds_and_leaves_out(repo: Path) -> None:
+    known = json.loads(codeindex("status", "--json", cwd=repo).stdout)
+    assert (known["version"], known["whole"], known["files"]) == (1, True, 4)
+    assert known["languages"] == {"python": 4}
+    skipped = {files["reason"]: files for files in known["skipped"]}
+    assert skipped["language not read"]["examples"] == ["not\x1b[2Jcode.txt"]
+    shown = codeindex("status", "--skipped", cwd=repo)
+    assert shown.returncode == 0
+    assert "      1  language not read\n         not?[2Jcode.txt\n" in shown.stdout
+    assert "code.txt" not in codeindex("status", cwd=repo).stdout
+
+
+def test_status_makes_no_index(repo: Path) -> None:
+    done = codeindex("status", "--index", "none.sqlite", cwd=repo)
+    assert (done.returncode, (repo / "none.sqlite").exists()) == (1, False)
+    assert "No whole index yet" in done.stdout
 
 
 def test_an_index_that_cannot_grow_still_answers_and_says_so(repo: Path) -> None:
