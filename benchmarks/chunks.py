@@ -1,7 +1,6 @@
 """The plain way to search code: BM25 over chunks of lines."""
 
 import sqlite3
-from collections.abc import Collection
 from pathlib import Path
 
 from codeindex.indexing.discovery import find_source_files
@@ -20,7 +19,7 @@ class ChunkIndex:
 
     def __init__(self, root: Path) -> None:
         """Read the files below `root`."""
-        self._places: list[tuple[str, int]] = []  # path and chunk's number, by row
+        self._places: list[tuple[str, int]] = []  # path and first line, by row
         self._table = sqlite3.connect(":memory:")
         self._table.execute("CREATE VIRTUAL TABLE chunk USING fts5(words, tokenize='porter')")
         for file in find_source_files(root):
@@ -32,23 +31,16 @@ class ChunkIndex:
                 self._table.execute(
                     "INSERT INTO chunk (rowid, words) VALUES (?, ?)", (len(self._places), words)
                 )
-                self._places.append((file.path, first // LINES))
+                self._places.append((file.path, first + 1))
 
-    def place(self, question: str, answers: Collection[tuple[str, int]], depth: int) -> int | None:
-        """Return the place of the first chunk that holds one of the answers, from 1.
-
-        An answer is a path and a line, counted from 1. None when none of the best `depth` does.
-        """
+    def best(self, question: str, depth: int) -> list[tuple[str, int]]:
+        """Return path and first line, counted from 1, of the best chunks, best first."""
         match = " OR ".join(f'"{term}"' for term in query_terms(question))
         rows = self._table.execute(
             "SELECT rowid FROM chunk WHERE chunk MATCH ? ORDER BY rank, rowid LIMIT ?",
             (match, depth),
         )
-        wanted = {(path, (line - 1) // LINES) for path, line in answers}
-        for place, (row,) in enumerate(rows, 1):
-            if self._places[row] in wanted:
-                return place
-        return None
+        return [self._places[row] for (row,) in rows]
 
     def close(self) -> None:
         """Release the table."""

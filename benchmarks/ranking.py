@@ -13,7 +13,9 @@ What is ranked, each to a depth of 50, with the best placed of a question's answ
 - a channel alone: symbols by their place in that channel, equal ones by id, as in the fusion;
 - the fusion: the answer that a user gets;
 - chunks: BM25 over 50 lines each; a chunk answers when it holds the symbol's first line, so it is
-  spared the question which of its symbols is meant.
+  spared the question which of its symbols is meant;
+- symbols of chunks: the symbols that begin in those chunks, one after another as they stand there,
+  so that a place means the same as in the rankings of symbols.
 
 Prints Markdown: recall at 1, 5 and 10, the mean reciprocal rank (0 beyond place 50) with its 95 %
 confidence interval, and by how much the fusion leads, question by question. The intervals say how
@@ -33,7 +35,7 @@ from pathlib import Path
 import numpy as np
 import numpy.typing as npt
 
-from benchmarks.chunks import ChunkIndex
+from benchmarks.chunks import LINES, ChunkIndex
 from benchmarks.packages import PACKAGES, FetchError, Package, fetch_all
 from benchmarks.questions import Answer, Question, hide_and_ask
 from codeindex.engines.embedding import EmbeddingEngine
@@ -52,14 +54,15 @@ from codeindex.workers.retrieval import (
 
 FUSION = "fusion"
 CHUNKS = "chunks"
-RANKINGS = (*CHANNELS, FUSION, CHUNKS)
+CHUNK_SYMBOLS = "symbols of chunks"
+RANKINGS = (*CHANNELS, FUSION, CHUNKS, CHUNK_SYMBOLS)
 DEPTH = 50
 
 _SHARE = 0.2
 _SEED = 20_240_229
 # Enough hits to hold all that any channel places among its first 50. A larger limit makes the
 # channels longer but leaves their first places as they are.
-_ALL_HITS = 1000
+_ALL_HITS = 600
 _PRINTED_LANGUAGES = {"c": "c and c++", "cpp": "c and c++"}
 
 _Places = dict[str, int | None]
@@ -82,13 +85,17 @@ class _Index:
         self._ids: dict[Answer, list[int]] = defaultdict(list)
         self._ids_of_file: dict[str, list[int]] = defaultdict(list)
         self._path_of_id: dict[int, str] = {}
+        self._lines_of_file: dict[str, list[int]] = defaultdict(list)
         for symbol in repository.retrievable_code_symbols(SOURCE_LANGUAGES, RETRIEVABLE_KINDS):
             answer = Answer(symbol.path, symbol.fqn, symbol.start_line)
             self._ids[answer].append(symbol.id)
             self._ids_of_file[symbol.path].append(symbol.id)
             self._path_of_id[symbol.id] = symbol.path
+            self._lines_of_file[symbol.path].append(symbol.start_line)
         for ids in self._ids_of_file.values():
             ids.sort()
+        for lines in self._lines_of_file.values():
+            lines.sort()
 
     def places(self, question: Question) -> _Places:
         """Return the place of the question's best answer in each channel and in the fusion."""
@@ -109,6 +116,20 @@ class _Index:
             ranking: min((place for place in found if place <= DEPTH), default=None)
             for ranking, found in places.items()
         }
+
+    def chunk_places(self, question: Question, chunks: Sequence[tuple[str, int]]) -> _Places:
+        """Return the place of the first chunk with an answer, and of the answer's own symbol."""
+        wanted = {(answer.path, answer.start_line) for answer in question.answers}
+        before = 0
+        for place, (path, first) in enumerate(chunks, 1):
+            lines = self._lines_of_file[path]
+            begin, end = (bisect.bisect_left(lines, line) for line in (first, first + LINES))
+            for symbol_place, line in enumerate(lines[begin:end], before + 1):
+                if (path, line) in wanted:
+                    own_place = symbol_place if symbol_place <= DEPTH else None
+                    return {CHUNKS: place, CHUNK_SYMBOLS: own_place}
+            before += end - begin
+        return {CHUNKS: None, CHUNK_SYMBOLS: None}
 
     def _file_place(self, symbol_id: int, rank: int, channel: str) -> int:
         """Return a symbol's place in its channel: all symbols of the best file share the first."""
@@ -140,9 +161,8 @@ def outcomes_of(
         chunks = ChunkIndex(copy)
         with _indexed(copy, Path(scratch, "index"), engine) as index:
             for question in asked:
-                lines = {(answer.path, answer.start_line) for answer in question.answers}
                 places = index.places(question)
-                places[CHUNKS] = chunks.place(question.text, lines, DEPTH)
+                places |= index.chunk_places(question, chunks.best(question.text, DEPTH))
                 language = _PRINTED_LANGUAGES.get(question.language, question.language)
                 outcomes.append(Outcome(language, places))
         chunks.close()
