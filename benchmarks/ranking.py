@@ -39,6 +39,7 @@ from benchmarks.chunks import LINES, ChunkIndex
 from benchmarks.packages import PACKAGES, FetchError, Package, fetch_all
 from benchmarks.questions import Answer, Question, hide_and_ask
 from codeindex.engines.embedding import EmbeddingEngine
+from codeindex.exceptions import CodeIndexError
 from codeindex.indexing.refresh import refresh
 from codeindex.storage.repository import Repository
 from codeindex.utils.language_filter import SOURCE_LANGUAGES
@@ -59,6 +60,7 @@ RANKINGS = (*CHANNELS, FUSION, CHUNKS, CHUNK_SYMBOLS)
 DEPTH = 50
 
 _SHARE = 0.2
+_MODEL_PATIENCE_SECONDS = 60.0
 _SEED = 20_240_229
 # Enough hits to hold all that any channel places among its first 50. A larger limit makes the
 # channels longer but leaves their first places as they are.
@@ -96,6 +98,10 @@ class _Index:
             ids.sort()
         for lines in self._lines_of_file.values():
             lines.sort()
+
+    def holds(self, question: Question) -> bool:
+        """Return whether all answers are in the index, which leaves out minified files."""
+        return question.answers <= self._ids.keys()
 
     def places(self, question: Question) -> _Places:
         """Return the place of the question's best answer in each channel and in the fusion."""
@@ -160,7 +166,7 @@ def outcomes_of(
             asked = asked[half == "verdict" :: 2]
         chunks = ChunkIndex(copy)
         with _indexed(copy, Path(scratch, "index"), engine) as index:
-            for question in asked:
+            for question in filter(index.holds, asked):
                 places = index.places(question)
                 places |= index.chunk_places(question, chunks.best(question.text, DEPTH))
                 language = _PRINTED_LANGUAGES.get(question.language, question.language)
@@ -223,14 +229,18 @@ def main() -> int:
         parser.error(f"--questions must be at least 1, not {arguments.questions}")
     try:
         folders = fetch_all([known[name] for name in arguments.packages or known])
-    except FetchError as error:
+        engine = EmbeddingEngine()
+        engine.wait_ready(_MODEL_PATIENCE_SECONDS)
+    except (FetchError, CodeIndexError) as error:
         print(f"ranking: {error}", file=sys.stderr)
         return 3
-    engine = EmbeddingEngine()
     by_package: dict[str, list[Outcome]] = {}
     for package, folder in folders.items():
         print(f"{package} …", file=sys.stderr, flush=True)
         outcomes = outcomes_of(folder, arguments.questions, arguments.half, engine)
+        if not outcomes:
+            print(f"ranking: {package}: its index holds no answer to any question", file=sys.stderr)
+            return 3
         by_package[str(package)] = outcomes
     everything = [outcome for outcomes in by_package.values() for outcome in outcomes]
     by_language = _grouped(everything, lambda outcome: outcome.language)
