@@ -6,22 +6,27 @@ from collections.abc import Sequence
 
 _BLOCK = re.compile(r"/\*+!?|\*+/")
 _BLOCK_MARGIN = re.compile(r"^[ \t]*\*+(?!/)[ ]?", re.MULTILINE)
+_LONG_BRACKETS = re.compile(r"--\[(=*)\[(.*)\]\1\]", re.DOTALL)
 _LINE_MARKER = re.compile(r"^[ \t]*(?://+!?|#+!?|--+)[ ]?", re.MULTILINE)
 _RULE = re.compile(r"^\W{3,}$")
 _END_OF_RULE = re.compile(r"\s*[-=~*#/]{4,}$")
 _PRAGMA = re.compile(
     r"""\s*(?: @ts- | @flow\b | @format\b | @prettier\b | eslint | prettier | tslint | jshint
          | jslint | istanbul | c8\b | v8\ ignore | noqa | type:\s*ignore | pylint | pragma
-         | mypy: | ruff: | fmt: | isort: | nolint | go: | \+build | clang-(?:format|tidy)
-         | -\*- | coding[:=] | vim: | \#?region\b | \#?endregion\b | /?(?:usr/)?bin/ )""",
+         | mypy: | ruff: | fmt: | isort: | rubocop: | frozen_string_literal: | shellcheck | luacheck
+         | swiftlint: | ktlint | scalafmt: | scalastyle: | phpcs: | @?phpstan | @?psalm | credo:
+         | resharper | <\?php | nolint | go: | \+build | clang-(?:format|tidy)
+         | -\*- | (?:en)?coding[:=] | vim: | \#?region\b | \#?endregion\b | /?(?:usr/)?bin/ )""",
     re.VERBOSE | re.IGNORECASE,
 )
 _LICENCE = re.compile(
     r"copyright|\(c\)\s*\d{4}|©|licen[cs]e|spdx-|all rights reserved|is part of|permission is|"
-    r"free software|public domain",
+    r"free software|public domain|created by .{1,60} on \d",
     re.IGNORECASE,
 )
-_STRING = re.compile(r"""[a-zA-Z]*(\"\"\"|'''|"|')(.*)\1""", re.DOTALL)
+_XML_REFERENCE = re.compile(r"""<\w+ (?:cref|name|langword)="(?:\w:)?([^"]*)" ?/>""")
+_XML_TAG = re.compile(r"</?[a-z]+(?: [^<>]*)?/?>")
+_STRING = re.compile(r"""~?[a-zA-Z]*(\"\"\"|'''|"|')(.*)\1""", re.DOTALL)
 
 _MAX_LENGTH = 8000
 
@@ -32,6 +37,8 @@ def comment_text(comments: Sequence[str]) -> str:
     Rules drawn with punctuation and instructions to tools are left out.
     """
     text = "\n".join(_without_markers(comment) for comment in comments)
+    if text.lstrip().startswith("<"):
+        text = _XML_TAG.sub("", _XML_REFERENCE.sub(r"\1", text))
     lines = (line.rstrip() for line in text.splitlines())
     kept = [
         _END_OF_RULE.sub("", line)
@@ -44,6 +51,8 @@ def comment_text(comments: Sequence[str]) -> str:
 def _without_markers(comment: str) -> str:
     if comment.lstrip().startswith("/*"):
         return _BLOCK_MARGIN.sub("", _BLOCK.sub("", comment))
+    if match := _LONG_BRACKETS.fullmatch(comment.strip()):
+        return match[2]
     return _LINE_MARKER.sub("", comment)
 
 

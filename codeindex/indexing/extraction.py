@@ -12,7 +12,8 @@ A language is one query file in `queries/`, matched in tree-sitter's own C code.
 - `@definition.constructor`: a method where it is named like its class, else no symbol.
 - `@nested`: brackets around more code of the language, as in a macro call around declarations.
 - `@package`: the package that the file declares.
-- `@comment`, and `@decoration` for what may stand between a comment and its definition.
+- `@comment`, whose text is that of its `@doc` if it has one, and `@decoration` for what may stand
+  between a comment and its definition.
 """
 
 import re
@@ -39,12 +40,16 @@ _CPP_HEADER = re.compile(
     rb"|^[ \t]*(?:public|private|protected)[ \t]*:",
     re.MULTILINE,
 )
-_NAME = re.compile(r"[~#@]?[^\W\d][\w$]*|\$[\w$]*|operator\W.*")
+_NAME = re.compile(
+    r"[~#@]?[^\W\d][\w$-]*[?!=]?|\$[\w$]*|operator\W.*|[-!#%&*+/:<=>?@\\^|~\[\]]{1,5}|`[^`\n]+`"
+)
 _LEADING_WORDS = re.compile(rb"[ \t]*((?:[A-Za-z_]+[ \t]+)+)")
 _ANNOTATIONS = re.compile(
-    r"""(?:(?:@(?!interface\b)[\w.]+(?:\s*\((?:[^()"]|"[^"]*")*\))?|//[^\n]*\n|/\*.*?\*/)\s*)+""",
-    re.DOTALL,
+    r"""(?: (?: @(?!interface\b)[\w.:`]+ (?:\s*\( (?:[^()"]|"[^"]*"|\([^()]*\))* \))?
+           | \#?\[ (?:[^][\"]|"[^"]*"|\[[^][]*\])* \] | //[^\n]*\n | /\*.*?\*/ ) \s* )+""",
+    re.DOTALL | re.VERBOSE,
 )
+_SWIFT_DIRECTIVE = re.compile(rb"^[ \t]*#(?:if|elseif|else|endif)\b[^\n]*", re.MULTILINE)
 _LAST_COMMENT = re.compile(r"\s*/\*(?:(?!\*/).)*\*/\s*$", re.DOTALL)
 _LOOSE_BRACKET = re.compile(r"(?<=[(\[]) |,? (?=[)\]])")
 _ARGUMENTS = re.compile(r"<[^<>]*>|\[[^\[\]]*\]")
@@ -82,6 +87,8 @@ def extract_symbols(path: str, source: bytes, language: Language) -> list[Extrac
     language = source_language(path, source, language)
     parser = Parser(_grammar(language))
     file = _File(source)
+    if language.name == "swift":  # conditions hide the rest of a class from the grammar
+        source = _SWIFT_DIRECTIVE.sub(lambda found: b" " * len(found[0]), source)
     roots = [parser.parse(source).root_node]
     while roots:
         for _, captures in QueryCursor(_query(language)).matches(roots.pop()):
@@ -133,11 +140,15 @@ class _File:
         name_nodes = captures.get("name")
         if name_nodes is None:
             if nodes := captures.get("comment"):
-                self._add_comment(nodes[0], self._text(nodes[0]))
+                text = self._text(nodes[0])
+                if doc := captures.get("doc"):
+                    text = string_text(self._text(doc[0]))
+                self._add_comment(nodes[0], text)
             elif nodes := captures.get("decoration"):
                 self._add_comment(nodes[0], None)
             elif nodes := captures.get("package"):
-                self._package = self._text(nodes[0])
+                packages = [self._package] if self._package else []
+                self._package = ".".join([*packages, self._text(nodes[0])])
             elif nodes := captures.get("doc.module"):
                 self._module_docs.append(nodes[0])
             return
@@ -168,6 +179,7 @@ class _File:
             bodies = [body for body in (known.body, found.body) if body is not None]
             known.body = min(bodies, key=lambda body: body.start_byte, default=None)
             known.doc = known.doc or found.doc
+            known.receiver = known.receiver or found.receiver
 
     def symbols(self, path: str, language: Language) -> list[ExtractedSymbol]:
         """Return the module's symbol and one for each definition, qualified by its scopes."""
@@ -201,7 +213,11 @@ class _File:
                 if outer_kind not in _CLASS_KINDS or parts[-1] != name:
                     continue
                 kind = "method"
-            belongs_to_class = receiver or qualifiers or outer_kind == "scope.class"
+            if receiver[:1] == list(parts[-1:]) and (outer_kind or language.name == "lua"):
+                receiver = receiver[1:]  # "def Foo.make" inside Foo, "function list.add" in list
+            belongs_to_class = receiver or outer_kind == "scope.class"
+            if qualifiers and language.name != "bash":
+                belongs_to_class = True
             if kind == "function" and (belongs_to_class or outer_kind in _CLASS_KINDS):
                 kind = "method"
             parts = (*parts, *receiver, *qualifiers, name)
@@ -213,7 +229,7 @@ class _File:
                     name=name,
                     kind=kind,
                     start_line=row + 1,
-                    end_line=_last_row(node) + 1,
+                    end_line=max(_last_row(n) for n in (node, definition.body) if n) + 1,
                     signature=self._signature(definition),
                     docstring=self._docstring(definition, first_in_line),
                 )
@@ -280,7 +296,8 @@ class _File:
         words = _LEADING_WORDS.fullmatch(self._source, line_start, start)
         start = words.start(1) if words else start
         text = self._source[start : min(end, start + 2000)].decode("utf-8", "replace")
-        text = _ANNOTATIONS.sub("", text, count=1) if text.startswith("@") else text
+        if annotations := _ANNOTATIONS.match(text):
+            text = text[annotations.end() :]
         if body is None and "\n" in text[text.find("{") + 1 :] and "{" in text:
             text = text[: text.index("{")] + "{…}"
         text = _LAST_COMMENT.sub("", text.replace("\\\n", " "))
@@ -307,7 +324,8 @@ def _last_row(node: Node) -> int:
 def _name_parts(name: str) -> list[str]:
     """Split a declared name such as "A<T>::f" into its parts, the name itself last."""
     if _NAME.fullmatch(name):
-        return [name]
+        bare = name.strip("`")
+        return [bare if _NAME.fullmatch(bare) else name]
     scope, operator, symbol = name.partition("operator")
     if operator and symbol[:1] and not (symbol[0].isalnum() or symbol[0] == "_"):
         return [*_scope_parts(scope), operator + " ".join(symbol.split())]
@@ -318,7 +336,7 @@ def _scope_parts(text: str) -> list[str]:
     """Split a type or namespace into the names in it, without arguments: "a::B<T>" is a, B."""
     while (shorter := _ARGUMENTS.sub("", text)) != text:
         text = shorter
-    parts = (part.strip(" \t\r\n&*'\"()") for part in re.split(r"::|\.", text))
+    parts = (part.strip(" \t\r\n&*'\"()?`") for part in re.split(r"::|[.\\]", text))
     return [part.rpartition(" ")[2] for part in parts if part]
 
 

@@ -1,11 +1,13 @@
-"""How a file's place gives its symbols the first parts of their qualified names.
+r"""How a file's place gives its symbols the first parts of their qualified names.
 
 - Python, JavaScript, TypeScript: the path below the last "src" folder, without its ending and
   without a closing "__init__" or "index": "src/flask/json/__init__.py" gives "flask.json".
 - Rust: the crate's folder ("crate" when the repository is the crate), then the path below "src"
   without a closing "mod", "lib" or "main": "tokio/src/io/mod.rs" gives "tokio::io".
-- Go and Java: the package that the file declares: "gin", "com.google.gson".
-- C and C++: nothing; only namespaces and classes qualify a name.
+- Lua: the path below the last "src", "lib" or "lua" folder, without a closing "init".
+- C#, Go, Java, Kotlin, PHP, Scala: the package or namespace that the file declares: "gin",
+  "com.google.gson", "App\Http".
+- Bash, C, C++, Elixir, Ruby, Swift: nothing; only namespaces, modules and classes qualify a name.
 """
 
 from pathlib import PurePosixPath
@@ -15,7 +17,9 @@ _SILENT_STEMS = {
     "javascript": {"index"},
     "typescript": {"index"},
     "rust": {"mod", "lib", "main"},
+    "lua": {"init"},
 }
+_ROOT_FOLDERS = {"lua": {"src", "lib", "lua"}}
 
 
 def file_parts(path: str, language: str, package: str | None) -> tuple[str, ...]:
@@ -28,8 +32,9 @@ def file_parts(path: str, language: str, package: str | None) -> tuple[str, ...]
     *folders, _ = path.split("/")
     stem = file_stem(path)
     parts = [*folders, stem]
-    if "src" in folders:
-        last = len(folders) - 1 - folders[::-1].index("src")
+    roots = _ROOT_FOLDERS.get(language, {"src"})
+    last = max((place for place, folder in enumerate(folders) if folder in roots), default=-1)
+    if last >= 0:
         parts = parts[last + 1 :]
         if language == "rust":
             crate = folders[last - 1].replace("-", "_") if last else "crate"

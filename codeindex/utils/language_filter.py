@@ -20,13 +20,22 @@ class Language:
 
 # Another language is one more line here and one more query file beside the others.
 LANGUAGES: tuple[Language, ...] = (
+    Language("bash", "bash", "::", (".sh", ".bash")),
     Language("c", "c", "::", (".c", ".h")),
     Language("cpp", "cpp", "::", (".cc", ".cpp", ".cxx", ".hh", ".hpp", ".hxx", ".ipp", ".inl")),
+    Language("csharp", "csharp", ".", (".cs",)),
+    Language("elixir", "elixir", ".", (".ex", ".exs")),
     Language("go", "go", ".", (".go",)),
     Language("java", "java", ".", (".java",)),
     Language("javascript", "javascript", ".", (".js", ".jsx", ".mjs", ".cjs")),
+    Language("kotlin", "kotlin", ".", (".kt", ".kts")),
+    Language("lua", "lua", ".", (".lua",)),
+    Language("php", "php", "\\", (".php",)),
     Language("python", "python", ".", (".py", ".pyi")),
+    Language("ruby", "ruby", "::", (".rb", ".rake")),
     Language("rust", "rust", "::", (".rs",)),
+    Language("scala", "scala", ".", (".scala", ".sc")),
+    Language("swift", "swift", ".", (".swift",)),
     Language("typescript", "tsx", ".", (".tsx",)),
     Language("typescript", "typescript", ".", (".ts", ".mts", ".cts")),
 )

@@ -258,6 +258,300 @@ function my_io::net::inner::wait | pub async fn wait() |
 method my_io::net::Socket::bind | pub fn bind() |
 """,
     ),
+    "src/Shop.cs": (
+        """
+namespace Acme.Shop {
+  /// <summary>A basket of <see cref="T:Item"/>s.</summary>
+  [Serializable("a[0]")] public class Basket<T> : Base where T : class {
+    public const int Most = 9;
+    private static readonly int Least = 1;
+    private int count;
+    public int Count { get { return count; } }
+    public Basket(int a) : base(a) { }
+    public override int Get<U>(int x) => 1;
+    enum Mode { Lax }
+  }
+  record struct Pair(int A);
+  interface IShop { void Open(); }
+}
+""",
+        """
+module src/Shop.cs |  |
+class Acme.Shop.Basket | public class Basket<T> : Base where T : class | A basket of Items.
+constant Acme.Shop.Basket.Most | public const int Most = 9 |
+constant Acme.Shop.Basket.Least | private static readonly int Least = 1 |
+method Acme.Shop.Basket.Count | public int Count |
+method Acme.Shop.Basket.Basket | public Basket(int a) |
+method Acme.Shop.Basket.Get | public override int Get<U>(int x) |
+enum Acme.Shop.Basket.Mode | enum Mode |
+constant Acme.Shop.Basket.Mode.Lax | Lax |
+class Acme.Shop.Pair | record struct Pair(int A) |
+interface Acme.Shop.IShop | interface IShop |
+method Acme.Shop.IShop.Open | void Open() |
+""",
+    ),
+    "lib/shop.rb": (
+        """
+# frozen_string_literal: true
+# Sells.
+
+module Shop # trailing
+  # A basket.
+  class Cart::Basket < Base
+    LIMIT = 3
+    def empty?; end
+    def Basket.make(a, b = 1)
+      # inside
+    end
+    def self.all = 2
+    class << self
+      def ==(other) end
+    end
+    Point = Struct.new(:a) do
+      def far; end
+    end
+  end
+end
+private def helper; end
+""",
+        """
+module lib/shop.rb |  | Sells.
+class Shop | module Shop |
+class Shop::Cart::Basket | class Cart::Basket < Base | A basket.
+constant Shop::Cart::Basket::LIMIT | LIMIT = 3 |
+method Shop::Cart::Basket::empty? | def empty? |
+method Shop::Cart::Basket::make | def Basket.make(a, b = 1) |
+method Shop::Cart::Basket::all | def self.all |
+method Shop::Cart::Basket::== | def ==(other) |
+class Shop::Cart::Basket::Point | Point = Struct.new(:a) |
+method Shop::Cart::Basket::Point::far | def far |
+function helper | private def helper |
+""",
+    ),
+    "src/Shop.php": (
+        """
+<?php
+/** Sells. */
+declare(strict_types=1);
+namespace App\\Shop;
+const LIMIT = 3;
+/** A basket. */
+#[Entity("a")]
+final class Basket extends Base {
+    public const A = 1;
+    #[X(1)] abstract protected function get(int $x): ?int;
+    public static function &ref() { }
+}
+trait Sells { function sell() {} }
+enum Suit: string { case Hearts = 'H'; }
+function helper($a) { return function() {}; }
+""",
+        """
+module src/Shop.php |  | Sells.
+constant App\\Shop\\LIMIT | const LIMIT = 3 |
+class App\\Shop\\Basket | final class Basket extends Base | A basket.
+constant App\\Shop\\Basket\\A | public const A = 1 |
+method App\\Shop\\Basket\\get | abstract protected function get(int $x): ?int |
+method App\\Shop\\Basket\\ref | public static function &ref() |
+trait App\\Shop\\Sells | trait Sells |
+method App\\Shop\\Sells\\sell | function sell() |
+enum App\\Shop\\Suit | enum Suit: string |
+constant App\\Shop\\Suit\\Hearts | case Hearts = 'H' |
+function App\\Shop\\helper | function helper($a) |
+""",
+    ),
+    "src/Shop.kt": (
+        """
+package com.acme
+/** A basket. */
+@Keep("x")
+data class Basket<T>(val a: Int) : Base() {
+    companion object {
+        const val LIMIT = 1
+    }
+    constructor(b: String) : this(1) { }
+    val size: Int
+        get() = 1
+    override fun get(x: Int): Int { fun local() {} ; return 1 }
+}
+interface Shop {
+    fun open()
+}
+enum class Mode(val n: Int) {
+    LAX(1),
+}
+object Single {
+    val none = object : Shop {
+        override fun open() {}
+    }
+}
+suspend fun <T> List<T>.sell(a: Int) = 1
+typealias Carts = List<Basket>
+fun `a name`() {}
+""",
+        """
+module src/Shop.kt |  |
+class com.acme.Basket | data class Basket<T>(val a: Int) : Base() | A basket.
+constant com.acme.Basket.LIMIT | const val LIMIT = 1 |
+method com.acme.Basket.constructor | constructor(b: String) |
+method com.acme.Basket.size | val size: Int |
+method com.acme.Basket.get | override fun get(x: Int): Int |
+function com.acme.Basket.get.local | fun local() |
+interface com.acme.Shop | interface Shop |
+method com.acme.Shop.open | fun open() |
+enum com.acme.Mode | enum class Mode(val n: Int) |
+constant com.acme.Mode.LAX | LAX(1) |
+class com.acme.Single | object Single |
+constant com.acme.Single.none | val none = object : Shop |
+function com.acme.Single.none.open | override fun open() |
+method com.acme.List.sell | suspend fun <T> List<T>.sell(a: Int) |
+type com.acme.Carts | typealias Carts = List<Basket> |
+function com.acme.`a name` | fun `a name`() |
+""",
+    ),
+    "Sources/Shop.swift": (
+        """
+//  Shop.swift
+//  Created by Somebody on 1/2/23.
+
+/// A basket.
+@objc public class Basket<T>: Base where T: Item {
+    static let shared = Basket()
+#if DEBUG
+    var size: Int { return 1 }
+#endif
+    init?(a: Int) { }
+    static func == (a: Basket, b: Basket) -> Bool { true }
+}
+struct Pair { }
+enum Mode: String { case lax = "1", strict }
+protocol Shop { func open() -> Int }
+extension Basket.Inner: Shop { func open() -> Int { 1 } }
+func sell(_ a: Int, to b: String) throws {}
+let limit = 1
+""",
+        """
+module Sources/Shop.swift |  |
+class Basket | public class Basket<T>: Base where T: Item | A basket.
+constant Basket.shared | static let shared = Basket() |
+method Basket.size | var size: Int |
+method Basket.init | init?(a: Int) |
+method Basket.== | static func == (a: Basket, b: Basket) -> Bool |
+struct Pair | struct Pair |
+enum Mode | enum Mode: String |
+constant Mode.lax | case lax = "1", strict |
+constant Mode.strict | case lax = "1", strict |
+interface Shop | protocol Shop |
+method Shop.open | func open() -> Int |
+method Basket.Inner.open | func open() -> Int |
+function sell | func sell(_ a: Int, to b: String) throws |
+constant limit | let limit = 1 |
+""",
+    ),
+    "src/Shop.scala": (
+        """
+package com.acme
+package shop
+/** A basket. */
+@keep
+case class Basket[T](a: Int) extends Base with Shop {
+  val size = 1
+  @`inline` def ++[B >: T](b: B)(implicit c: Int): Int = 1
+  type Item = T
+}
+object Basket { val Limit = 3
+  def apply() = 1 }
+trait Shop { def open(): Unit }
+package object inner { def sell = 1 }
+""",
+        """
+module src/Shop.scala |  |
+class com.acme.shop.Basket | case class Basket[T](a: Int) extends Base with Shop | A basket.
+method com.acme.shop.Basket.++ | def ++[B >: T](b: B)(implicit c: Int): Int |
+type com.acme.shop.Basket.Item | type Item = T |
+class com.acme.shop.Basket | object Basket |
+constant com.acme.shop.Basket.Limit | val Limit = 3 |
+method com.acme.shop.Basket.apply | def apply() |
+trait com.acme.shop.Shop | trait Shop |
+method com.acme.shop.Shop.open | def open(): Unit |
+function com.acme.shop.inner.sell | def sell |
+""",
+    ),
+    "bin/shop.sh": (
+        """
+#!/bin/bash
+# Sells.
+
+# Opens it.
+function open-shop() {
+  inner() { :; }
+}
+shop::sell () ( echo )
+readonly LIMIT=3
+declare -r OTHER=4
+""",
+        """
+module bin/shop.sh |  | Sells.
+function open-shop | function open-shop() | Opens it.
+function open-shop::inner | inner() |
+function shop::sell | shop::sell () |
+constant LIMIT | readonly LIMIT=3 |
+constant OTHER | declare -r OTHER=4 |
+""",
+    ),
+    "lua/shop/list.lua": (
+        """
+--- Lists.
+local M = {}
+--[[ Adds
+one. ]]
+function M.add(a, b) return 1 end
+function list:map() local function inner() end end
+local LIMIT = 3
+Other.run = function(x) end
+""",
+        """
+module shop.list |  | Lists.
+function shop.list.add | function M.add(a, b) | Adds / one.
+method shop.list.map | function list:map() |
+function shop.list.map.inner | local function inner() |
+constant shop.list.LIMIT | local LIMIT = 3 |
+method shop.list.Other.run | Other.run = function(x) |
+""",
+    ),
+    "lib/shop.ex": (
+        """
+defmodule App.Shop do
+  @moduledoc \"\"\"
+  Sells.
+  \"\"\"
+  use Base
+  @limit 3
+  @doc ~S"Opens it."
+  @spec open(a) :: b
+  def open(name, x) when is_binary(name) do
+    name
+  end
+  defp short(a), do: a
+  defmacro twice(x) do x end
+  @type t :: integer
+end
+defprotocol Size do
+  def size(x)
+end
+""",
+        """
+module lib/shop.ex |  |
+class App.Shop | defmodule App.Shop | Sells.
+constant App.Shop.limit | limit 3 |
+method App.Shop.open | def open(name, x) when is_binary(name) | Opens it.
+method App.Shop.short | defp short(a) |
+macro App.Shop.twice | defmacro twice(x) |
+type App.Shop.t | type t :: integer |
+interface Size | defprotocol Size |
+method Size.size | def size(x) |
+""",
+    ),
 }
 
 
