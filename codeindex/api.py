@@ -21,7 +21,9 @@ from codeindex.workers.retrieval import Hit, HybridRetriever, engine_query_embed
 
 if TYPE_CHECKING:
     from codeindex.indexing.refresh import Progress, RefreshReport
+    from codeindex.lookup import SourceLines
     from codeindex.models.symbol import StoredSymbol
+    from codeindex.workers.retrieval import RetrievedSymbol
 
 
 @dataclass(frozen=True, slots=True)
@@ -169,6 +171,15 @@ class Index:
         from codeindex.lookup import find_symbols
 
         return find_symbols(self.repository, name)
+
+    def source(self, symbol: StoredSymbol | RetrievedSymbol, context: int = 0) -> SourceLines:
+        """Return the lines of a symbol and `context` lines around it, from the file as it is now.
+
+        Raises CodeIndexError when the file cannot be read or does not lie below the repository.
+        """
+        from codeindex.lookup import source_lines
+
+        return source_lines(self.root, symbol, context)
 
 
 def _existing_folder(path: Path) -> Path:

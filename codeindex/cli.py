@@ -154,13 +154,12 @@ def show_command(
     Example: codeindex show SecureCookieSessionInterface.get_signing_serializer
     """
     with _opened(repo, index) as opened:
-        from codeindex.lookup import source_lines
         from codeindex.progress import ProgressBar
 
         with ProgressBar() as progress:
             _warn(opened.bring_up_to_date(progress))
         found = opened.find(symbol)
-        source = source_lines(opened.root, found[0], context) if len(found) == 1 else None
+        source = opened.source(found[0], context) if len(found) == 1 else None
         if as_json:
             from codeindex.answers import source_values, symbol_values, to_json
 

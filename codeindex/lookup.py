@@ -13,6 +13,7 @@ from codeindex.utils.language_filter import SOURCE_LANGUAGES
 
 if TYPE_CHECKING:
     from codeindex.storage.repository import Repository
+    from codeindex.workers.retrieval import RetrievedSymbol
 
 _KINDS = DECLARATION_KINDS | {"module"}
 _SEPARATORS = (".", "::", "/", "#")
@@ -44,7 +45,9 @@ def find_symbols(repository: Repository, name: str) -> list[StoredSymbol]:
     )
 
 
-def source_lines(root: Path, symbol: StoredSymbol, context: int = 0) -> SourceLines:
+def source_lines(
+    root: Path, symbol: StoredSymbol | RetrievedSymbol, context: int = 0
+) -> SourceLines:
     """Return the lines of a symbol and `context` lines around it, from the file as it is now.
 
     Text that is no UTF-8 comes with replacement characters. Raises CodeIndexError when the file

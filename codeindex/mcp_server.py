@@ -25,7 +25,6 @@ from codeindex import __version__
 from codeindex.answers import freshness_values
 from codeindex.api import Index
 from codeindex.exceptions import CodeIndexError
-from codeindex.lookup import source_lines
 
 if TYPE_CHECKING:
     from codeindex.models.symbol import StoredSymbol
@@ -160,7 +159,7 @@ class Server:
             index = self._opened()
             freshness = index.bring_up_to_date(_Notifier(context))
             found = index.find(symbol)
-            source = source_lines(index.root, found[0]).lines if len(found) == 1 else None
+            source = index.source(found[0]).lines if len(found) == 1 else None
         if not found:
             raise ToolError(f"No symbol is named {symbol!r}. Use search to find its name.")
         result = ShowResult(
