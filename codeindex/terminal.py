@@ -62,7 +62,7 @@ def print_source(root: Path, symbol: StoredSymbol, source: SourceLines) -> None:
     console.print(_headline(root, symbol))
     code = "\n".join(_showable(line) for line in source.lines)
     lexer = Syntax.guess_lexer(symbol.path)
-    lines = Syntax("", lexer, background_color="default").highlight(code).split(allow_blank=True)
+    lines = Syntax("", lexer, theme="ansi_dark").highlight(code).split(allow_blank=True)
     numbers = range(source.first, source.first + len(source.lines))
     width = len(str(numbers.stop))
     for number, line in zip(numbers, lines, strict=False):
