@@ -8,7 +8,6 @@ from pathlib import Path
 from codeindex.engines.embedding import EmbeddingEngine
 from codeindex.indexing.discovery import SourceFile, find_source_files
 from codeindex.indexing.embedding_text import embedding_text
-from codeindex.indexing.reading import FileToRead, read_files
 from codeindex.storage.repository import IndexedFile, Repository, SkippedFiles
 
 _SYMBOLS_AT_ONCE = 4096
@@ -90,6 +89,8 @@ def _plan(files: list[SourceFile], skipped: list[SkippedFiles], repository: Repo
 
 def _update_files(root: Path, plan: _Plan, repository: Repository, progress: Progress) -> int:
     """Carry out the plan; return how many files were parsed."""
+    from codeindex.indexing.reading import FileToRead, read_files
+
     items = [
         FileToRead(file, plan.known[file.path].digest if file.path in plan.known else None)
         for file in plan.to_read
@@ -125,7 +126,7 @@ def _update_files(root: Path, plan: _Plan, repository: Repository, progress: Pro
 def _embed_symbols(repository: Repository, engine: EmbeddingEngine, progress: Progress) -> int:
     """Embed the symbols that have no embedding yet; return how many those were."""
     model = engine.wait_ready(_MODEL_PATIENCE_SECONDS)
-    if not repository.symbols_to_embed(model.name):
+    if repository.is_embedded(model.name):
         return 0
     with repository.indexing():
         ids = repository.symbols_to_embed(model.name)

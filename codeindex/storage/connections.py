@@ -10,7 +10,7 @@ from pathlib import Path
 from codeindex.exceptions import IndexFileError, TryAgainLaterError
 from codeindex.storage.writer_lock import writer_lock
 
-INDEX_VERSION = 2
+INDEX_VERSION = 3
 """Changes with the file's layout, and whenever the same sources would give another index."""
 
 WAIT_FOR_WRITER_SECONDS = 30.0

@@ -7,7 +7,7 @@ from contextlib import AbstractContextManager, contextmanager
 from dataclasses import astuple, dataclass
 from itertools import groupby
 from pathlib import Path
-from typing import TYPE_CHECKING
+from typing import TYPE_CHECKING, NamedTuple
 
 from codeindex.models.symbol import ExtractedSymbol
 from codeindex.storage.connections import Connections
@@ -22,8 +22,7 @@ if TYPE_CHECKING:
 _VECTORS_PER_BLOCK = 1024
 
 
-@dataclass(frozen=True, slots=True)
-class IndexedFile:
+class IndexedFile(NamedTuple):
     """What the index knows of one file.
 
     `stamp` is None when the file was read so soon after a change that another change could have
@@ -93,21 +92,20 @@ class Repository(RetrievalQueries):
         with self._connections.reading() as connection:
             return int(connection.execute("SELECT count(*) FROM symbol").fetchone()[0])
 
-    def symbols_to_embed(self, model: str) -> list[int]:
-        """Return the ids of the symbols that have no embedding by `model`, in order.
-
-        Costs next to nothing once `IndexWriter.finish_embeddings` was told that none is missing.
-        """
+    def is_embedded(self, model: str) -> bool:
+        """Return whether the last run saw that every symbol has an embedding by `model`."""
         with self._connections.reading() as connection:
-            revision, embedded = connection.execute(
-                "SELECT revision, embedded FROM state"
-            ).fetchone()
-            if embedded == f"{revision} {model}":
-                return []
+            row = connection.execute("SELECT revision, embedded FROM state").fetchone()
+        return bool(row[1] == f"{row[0]} {model}")
+
+    def symbols_to_embed(self, model: str) -> list[int]:
+        """Return the ids of the symbols that have no embedding by `model`, in order."""
+        with self._connections.reading() as connection:
             blocks = connection.execute("SELECT ids FROM vectors WHERE model = ?", (model,))
             done = {symbol_id for (ids,) in blocks for symbol_id in memoryview(ids).cast("q")}
-            rows = connection.execute("SELECT id FROM symbol ORDER BY id").fetchall()
-        return [symbol_id for (symbol_id,) in rows if symbol_id not in done]
+            # Unordered, so that SQLite need not read the symbols themselves.
+            rows = connection.execute("SELECT id FROM symbol").fetchall()
+        return sorted(symbol_id for (symbol_id,) in rows if symbol_id not in done)
 
     def indexing(self) -> AbstractContextManager[None]:
         """Be the one run that fills the index, for as many transactions as it takes.

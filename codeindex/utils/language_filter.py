@@ -1,7 +1,6 @@
 """The languages that count as source code, and which files are written in them."""
 
 from dataclasses import dataclass
-from pathlib import PurePosixPath
 
 
 @dataclass(frozen=True, slots=True)
@@ -48,4 +47,5 @@ _BY_SUFFIX = {suffix: language for language in LANGUAGES for suffix in language.
 
 def language_of(path: str) -> Language | None:
     """Return the language that a path's ending stands for, or None when it is no source file."""
-    return _BY_SUFFIX.get(PurePosixPath(path).suffix.lower())
+    stem, _, suffix = path[path.rfind("/") + 1 :].rpartition(".")
+    return _BY_SUFFIX.get(f".{suffix.lower()}") if stem else None

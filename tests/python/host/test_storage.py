@@ -92,11 +92,13 @@ def test_a_symbol_that_only_moves_keeps_its_id_and_embedding(repository: Reposit
     with repository.writing() as writer:
         writer.put_embeddings("m", sorted(before.values()), np.ones((3, 4)))
         writer.finish_embeddings("m")
-    assert repository.symbols_to_embed("m") == []
+    assert repository.is_embedded("m")
+    assert not repository.is_embedded("another")
     put(repository, "a.py", symbol("new"), symbol("f", 11), symbol("g", 15))
     after = ids_by_name(repository)
     assert (after["f"], after["g"]) == (before["f"], before["g"])
     assert after["new"] not in before.values()
+    assert not repository.is_embedded("m")
     assert repository.symbols_to_embed("m") == [after["new"]]
     assert repository.symbols_to_embed("another") == sorted(after.values())
     nearest = repository.nearest_symbol_ids([1.0] * 4, "m", top_k=9)
