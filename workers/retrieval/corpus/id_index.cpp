@@ -11,7 +11,8 @@ IdIndex::IdIndex(std::span<const std::int64_t> ids) {
   least_ = least;
   const std::uint64_t range =
       static_cast<std::uint64_t>(greatest) - static_cast<std::uint64_t>(least);
-  if (range / 2 < ids.size()) {
+  // An array over the range takes no more memory than hashing up to here.
+  if (range / 4 < ids.size()) {
     slots_.assign(range + 1, 0);
     for (std::size_t place = 0; place < ids.size(); ++place) {
       slots_[static_cast<std::uint64_t>(ids[place]) - static_cast<std::uint64_t>(least)] =
