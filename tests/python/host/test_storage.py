@@ -1,5 +1,6 @@
 """The index file: what retrieval reads of it, and when its state moves."""
 
+import pwd
 import sqlite3
 from collections.abc import Iterator
 from concurrent.futures import ThreadPoolExecutor
@@ -10,6 +11,7 @@ import pytest
 
 from codeindex.exceptions import IndexFileError
 from codeindex.models.symbol import ExtractedSymbol
+from codeindex.storage.location import default_index_path
 from codeindex.storage.repository import IndexedFile, IndexWriter, Repository
 
 A_FILE = IndexedFile("python", "1", b"digest")
@@ -185,6 +187,21 @@ def test_a_foreign_or_damaged_file_is_refused_and_left_alone(tmp_path: Path) -> 
     assert text.read_text().startswith("not a database")
     with sqlite3.connect(foreign) as connection:
         assert connection.execute("SELECT count(*) FROM mine").fetchone() == (0,)
+
+
+def test_without_a_home_folder_the_user_is_told_what_to_set(
+    tmp_path: Path, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    def unknown_user(user: int) -> None:
+        raise KeyError(user)
+
+    monkeypatch.setattr(pwd, "getpwuid", unknown_user)
+    monkeypatch.delenv("HOME")
+    monkeypatch.setenv("XDG_CACHE_HOME", str(tmp_path))
+    assert default_index_path(Path("/work/shop")).parent == tmp_path / "codeindex"
+    monkeypatch.delenv("XDG_CACHE_HOME")
+    with pytest.raises(IndexFileError, match="Set HOME or XDG_CACHE_HOME"):
+        default_index_path(Path("/work/shop"))
 
 
 def test_an_index_with_another_layout_is_emptied(tmp_path: Path) -> None:
