@@ -8,6 +8,7 @@ import random
 import re
 from collections import defaultdict
 from dataclasses import dataclass
+from functools import partial
 from pathlib import Path
 
 from benchmarks.sentences import question_of
@@ -97,24 +98,31 @@ def _without_docstrings(file: ParsedFile, symbols: list[ExtractedSymbol]) -> byt
         first = symbol.start_line - 1
         below = range(first, min(first + _SEARCHED_BELOW, symbol.end_line))
         above = range(first - 1, max(first - _SEARCHED_ABOVE, 0) - 1, -1)
+        blank = partial(_take_out, lines, wanted)
+        # What is above may be the sentence of the symbol before, unless nothing is inside. Within
+        # the symbol the sentence may stand once more, at each of a function's overloads.
         inside_first = file.language == "python" or symbol.kind == "module"
-        starts = [*below, *above] if inside_first else [*above, *below]
-        for start in starts:
-            if places := _places(lines, start, wanted):
-                for place, text in zip(places, wanted, strict=True):
-                    lines[place] = lines[place].replace(text, "", 1)
-                break
+        if not inside_first:
+            any(map(blank, above))
+        found = [blank(start) for start in below]
+        if inside_first and not any(found):
+            any(map(blank, above))
     return "\n".join(lines).encode()
 
 
-def _places(lines: list[str], start: int, wanted: list[str]) -> list[int]:
-    """Return the lines from `start` on that hold the wanted texts, none but bare ones between."""
+def _take_out(lines: list[str], wanted: list[str], start: int) -> bool:
+    """Take the wanted texts out of the lines from `start` on, if they all stand there.
+
+    They stand there when none but bare lines are between them.
+    """
     places: list[int] = []
     for number in range(start, len(lines)):
         if wanted[len(places)] in lines[number]:
             places.append(number)
             if len(places) == len(wanted):
-                return places
+                for place, text in zip(places, wanted, strict=True):
+                    lines[place] = lines[place].replace(text, "", 1)
+                return True
         elif not places or _WORD.search(lines[number]):
             break
-    return []
+    return False
