@@ -1,6 +1,7 @@
 """The index of one repository: what retrieval reads, and what an index run writes."""
 
 import json
+import math
 import sqlite3
 from collections.abc import Iterator, Sequence
 from contextlib import AbstractContextManager, contextmanager
@@ -239,17 +240,21 @@ class IndexWriter:
             known.setdefault(row[:5], []).append(row[5:])
         added: list[tuple[object, ...]] = []
         moved: list[tuple[int, int, int]] = []
+        last_line, last_id = 0, 0.0
         for new in symbols:
             same = known.get((new.fqn, new.name, new.kind, new.signature, new.docstring))
-            if not same:
+            # Symbols of one line are told apart by their ids, so these follow their order.
+            if not same or (new.start_line == last_line and same[-1][2] < last_id):
                 added.append(
                     (
                         *(file_id, new.fqn, new.name, new.kind, new.start_line, new.end_line),
                         *(new.signature, new.docstring),
                     )
                 )
+                last_line, last_id = new.start_line, math.inf
                 continue
             start_line, end_line, symbol_id = same.pop()
+            last_line, last_id = new.start_line, symbol_id
             if (start_line, end_line) != (new.start_line, new.end_line):
                 moved.append((new.start_line, new.end_line, symbol_id))
         gone = [symbol_id for rows in known.values() for _, _, symbol_id in rows]

@@ -107,6 +107,15 @@ def test_a_symbol_that_only_moves_keeps_its_id_and_embedding(repository: Reposit
     assert [symbol_id for symbol_id, _ in nearest] == [after["f"], after["g"]]
 
 
+def test_symbols_of_one_line_stay_in_their_order(repository: Repository) -> None:
+    put(repository, "a.py", symbol("a"), symbol("b"), symbol("c"), symbol("d", 2))
+    before = ids_by_name(repository)
+    put(repository, "a.py", symbol("a"), symbol("new"), symbol("c"), symbol("b"), symbol("d", 2))
+    after = ids_by_name(repository)
+    assert list(after) == ["a", "new", "c", "b", "d"]
+    assert (after["a"], after["d"]) == (before["a"], before["d"])
+
+
 def test_lookup_by_ids_leaves_out_what_is_not_there(repository: Repository) -> None:
     put(repository, "a.py", symbol("f"), symbol("g\0\n", 5))
     found = repository.get_symbols_by_ids([2, 1, 1, 99, -(2**63), 2**70])
