@@ -13,7 +13,7 @@ import numpy as np
 import numpy.typing as npt
 
 _LARGEST = 127 * 256 + 127
-_MOST_FINE = 128
+_MOST_FINE = np.int16(128)
 _ROWS_AT_ONCE = 512  # as single-precision numbers they stay within a core's cache
 _ROUNDING = 1e-5  # more than single-precision products of unit vectors are off
 
@@ -36,13 +36,13 @@ class VectorTable:
         cls, ids: npt.NDArray[np.int64], vectors: npt.NDArray[np.floating]
     ) -> "VectorTable":
         """Make a table of the rows of an array (n x d); all that counts is their direction."""
-        vectors = vectors.astype(np.float64)
         largest = np.abs(vectors).max(axis=1, initial=0, keepdims=True)
-        whole = np.rint(np.divide(vectors * _LARGEST, largest, where=largest > 0, out=vectors))
-        norms = np.linalg.norm(whole, axis=1)
+        units = np.divide(_LARGEST, largest, where=largest > 0, out=np.zeros_like(largest))
+        whole = np.rint(vectors * units).astype(np.int16)
+        norms = np.sqrt(np.einsum("ij,ij->i", whole, whole, dtype=np.float64))
         scales = np.divide(1, norms, where=norms > 0, out=norms).astype(np.float32)
-        coarse = np.floor_divide(whole + _MOST_FINE, 256)
-        return cls(ids, scales, coarse.astype(np.int8), (whole - 256 * coarse).astype(np.int8))
+        coarse = (whole + _MOST_FINE) >> 8
+        return cls(ids, scales, coarse.astype(np.int8), (whole - (coarse << 8)).astype(np.int8))
 
     @classmethod
     def from_bytes(cls, rows: Sequence[tuple[bytes, bytes, bytes, bytes]]) -> "VectorTable":
@@ -126,6 +126,6 @@ class VectorTable:
             np.dot(block[: end - start], single, out=rough[start:end])
         rough *= 256 * self.scales
         # The fine part of a vector is no longer than the square root of d times its most.
-        error = self.scales * np.float32(_MOST_FINE * length**0.5) + np.float32(_ROUNDING)
+        error = self.scales * np.float32(float(_MOST_FINE) * length**0.5) + np.float32(_ROUNDING)
         least = np.partition(rough - error, count - top_k)[count - top_k]
         return np.flatnonzero(rough + error >= least)
