@@ -64,7 +64,7 @@ def read_files(root: Path, files: Sequence[FileToRead]) -> Iterator[ReadFile]:
     Nothing about a file ends the iteration.
     """
     size = sum(item.file.size for item in files)
-    processes = min(len(os.sched_getaffinity(0)), _MOST_PROCESSES, size // _BYTES_WORTH_A_PROCESS)
+    processes = min(os.cpu_count() or 1, _MOST_PROCESSES, size // _BYTES_WORTH_A_PROCESS)
     if processes < 2 or not sys.executable:
         for item in files:
             yield _read(root, item)
