@@ -219,7 +219,7 @@ def main() -> int:
     """Run the program; the result is its exit code."""
     parser = argparse.ArgumentParser(description="Measure the ranking on published packages.")
     parser.add_argument("packages", nargs="*", metavar="PACKAGE", help="by default all")
-    parser.add_argument("--questions", type=int, default=600, help="at most, for each package")
+    parser.add_argument("--questions", type=int, default=480, help="at most, for each package")
     parser.add_argument("--half", choices=("tuning", "verdict"), help="ask only half of them")
     arguments = parser.parse_args()
     known: dict[str, Package] = {package.name: package for package in PACKAGES}
