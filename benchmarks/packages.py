@@ -20,6 +20,9 @@ from pathlib import Path
 import platformdirs
 
 
+_CACHE = "CODEINDEX_BENCH_CACHE"
+
+
 class FetchError(Exception):
     """A package could not be fetched; the message says which, and what the client said."""
 
@@ -84,9 +87,14 @@ def fetch_all(packages: Sequence[Package] = PACKAGES) -> dict[Package, Path]:
 
 
 def _cache() -> Path:
-    configured = os.environ.get("CODEINDEX_BENCH_CACHE")
+    configured = os.environ.get(_CACHE)
     folder = Path(configured or platformdirs.user_cache_path("codeindex-bench"))
-    folder.mkdir(parents=True, exist_ok=True)
+    try:
+        folder.mkdir(parents=True, exist_ok=True)
+    except OSError as error:
+        raise FetchError(
+            f"{folder} cannot keep packages ({error.strerror}); set {_CACHE}"
+        ) from error
     return folder.resolve()
 
 
