@@ -19,7 +19,6 @@ from pathlib import Path
 
 import platformdirs
 
-
 _CACHE = "CODEINDEX_BENCH_CACHE"
 
 
