@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <optional>
 #include <span>
@@ -56,9 +57,8 @@ void Bm25::Table::add_row(Bm25& owner, std::int64_t id, std::span<const std::str
   for (std::uint32_t column = 0; column < columns.size(); ++column) {
     ++columns_seen_;
     const std::size_t column_repeats = repeats_.size();
-    for_each_word(columns[column], [&](std::string_view word) {
+    for (const StringPool::Ref stem : stems_of(owner, column, columns[column])) {
       ++length;
-      const StringPool::Ref stem = owner.stem_of(word);
       if (stem >= seen_.size()) {
         seen_.resize(stem + 1);
         rows_of_stem_.resize(stem + 1);
@@ -69,7 +69,7 @@ void Bm25::Table::add_row(Bm25& owner, std::int64_t id, std::span<const std::str
       seen.row = row;
       seen.column = columns_seen_;
       if (seen.count == 2) repeats_.push_back({stem, column, 0});
-    });
+    }
     for (std::size_t i = column_repeats; i < repeats_.size(); ++i) {
       repeats_[i].count = seen_[repeats_[i].stem].count;
     }
@@ -82,7 +82,19 @@ void Bm25::Table::add_row(Bm25& owner, std::int64_t id, std::span<const std::str
   rows_.push_back({length, static_cast<std::uint32_t>(repeats_.size())});
 }
 
+const std::vector<StringPool::Ref>& Bm25::Table::stems_of(Bm25& owner, std::size_t column,
+                                                          std::string_view text) {
+  Column& last = last_row_[column];
+  if (last.text.data() != text.data() || last.text.size() != text.size()) {
+    last.text = text;
+    last.stems.clear();
+    for_each_word(text, [&](std::string_view word) { last.stems.push_back(owner.stem_of(word)); });
+  }
+  return last.stems;
+}
+
 void Bm25::Table::close() {
+  last_row_ = {};
   places_ = IdIndex(ids_);
   ids_ = {};
   seen_ = {};
@@ -106,14 +118,41 @@ std::unique_ptr<Bm25> Bm25::install(const Database& database, const std::string&
 void Bm25::close() {
   symbols.close();
   files.close();
-  words_ = {};
   stems_of_words_ = {};
 }
 
 StringPool::Ref Bm25::stem_of(std::string_view word) {
-  const StringPool::Ref ref = words_.add(word);
-  if (ref == stems_of_words_.size()) stems_of_words_.push_back(stems_.add(tokenizer_->stem(word)));
-  return stems_of_words_[ref];
+  if (word.size() > WordTable::kShort) return stems_.add(tokenizer_->stem(word));
+  StringPool::Ref& stem = stems_of_words_.stem_of(word);
+  if (stem == WordTable::kNew) stem = stems_.add(tokenizer_->stem(word));
+  return stem;
+}
+
+StringPool::Ref& WordTable::stem_of(std::string_view word) {
+  std::array<std::uint64_t, 2> key{};
+  std::memcpy(key.data(), word.data(), word.size());
+  if (2 * words_ >= slots_.size()) {
+    std::vector<Slot> full(std::max<std::size_t>(1024, 2 * slots_.size()));
+    full.swap(slots_);
+    for (const Slot& slot : full) {
+      if (slot.word[0] != 0) slot_of(slot.word) = slot;
+    }
+  }
+  Slot& slot = slot_of(key);
+  if (slot.word[0] == 0) {
+    slot.word = key;
+    ++words_;
+  }
+  return slot.stem;
+}
+
+WordTable::Slot& WordTable::slot_of(const std::array<std::uint64_t, 2>& word) {
+  constexpr std::uint64_t kOdd = 0x9E3779B97F4A7C15U;
+  const std::uint64_t mixed = (word[0] * kOdd) ^ ((word[1] + kOdd) * 0xC2B2AE3D27D4EB4FU);
+  const std::size_t mask = slots_.size() - 1;
+  std::size_t place = (mixed ^ (mixed >> 32U)) & mask;
+  while (slots_[place].word[0] != 0 && slots_[place].word != word) place = (place + 1) & mask;
+  return slots_[place];
 }
 
 void Bm25::begin(const Table& table, std::span<const std::string> terms) {

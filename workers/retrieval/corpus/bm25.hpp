@@ -34,6 +34,28 @@ struct Fts5Context;
 
 namespace retrieval {
 
+// The stems of the words met so far. A short word, as nearly all are, is found by one look at its
+// slot, which holds it whole.
+class WordTable {
+ public:
+  static constexpr std::size_t kShort = 16;
+
+  // The place of the stem of a word of at most kShort bytes; it is kNew where the word is new, to
+  // be set by the caller before the next call.
+  StringPool::Ref& stem_of(std::string_view word);
+  static constexpr StringPool::Ref kNew = 0xFFFFFFFF;
+
+ private:
+  struct Slot {
+    std::array<std::uint64_t, 2> word{};  // filled up with zeros; all zeros for a free slot
+    StringPool::Ref stem = kNew;
+  };
+  Slot& slot_of(const std::array<std::uint64_t, 2>& word);
+
+  std::vector<Slot> slots_;  // open addressing; a power of two in size
+  std::size_t words_ = 0;
+};
+
 class Bm25 {
  public:
   // The most columns that a table may have.
@@ -63,6 +85,8 @@ class Bm25 {
       std::uint32_t count = 0;
     };
 
+    const std::vector<StringPool::Ref>& stems_of(Bm25& owner, std::size_t column,
+                                                 std::string_view text);
     std::span<const Repeat> repeats_of(std::size_t row) const {
       const std::size_t start = row == 0 ? 0 : rows_[row - 1].repeats_end;
       return std::span(repeats_).subspan(start, rows_[row].repeats_end - start);
@@ -80,7 +104,15 @@ class Bm25 {
     std::vector<std::uint32_t> rows_of_stem_;  // by stem
     std::int64_t words_ = 0;
 
+    // The words of a column; those of the last row again, when the column is the very same text, as
+    // the path of the symbols of one file is.
+    struct Column {
+      std::string_view text;
+      std::vector<StringPool::Ref> stems;
+    };
+
     // Needed only while filling.
+    std::array<Column, kColumns> last_row_;
     std::vector<std::int64_t> ids_;
     std::vector<Seen> seen_;
     std::uint32_t columns_seen_ = 0;
@@ -125,8 +157,7 @@ class Bm25 {
 
   std::unique_ptr<Tokenizer> tokenizer_;
   StringPool stems_;
-  StringPool words_;                             // while filling
-  std::vector<StringPool::Ref> stems_of_words_;  // while filling
+  WordTable stems_of_words_;  // while filling
 
   // The query in progress.
   const Table* table_ = nullptr;

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <tuple>
 #include <unordered_map>
@@ -85,7 +86,7 @@ class Build {
   // Needed only while building.
   std::unordered_map<StringPool::Ref, std::int64_t> rows_by_path_;
   std::vector<_FileText> file_texts_;
-  std::unordered_map<StringPool::Ref, std::vector<std::uint32_t>> places_by_name_;
+  std::vector<StringPool::Ref> lower_names_;  // by place
   TextArena words_;
   std::string scratch_;
   std::vector<_SymbolRow> symbol_rows_;
@@ -123,7 +124,6 @@ std::int64_t Build::file_of(std::string_view path) {
 
 void Build::add(const StoredSymbol& symbol, std::int64_t file) {
   StringPool& texts = corpus_->texts;
-  const auto place = static_cast<std::uint32_t>(corpus_->symbols.size());
   corpus_->symbols.add({.id = symbol.id,
                         .start_line = symbol.start_line,
                         .end_line = symbol.end_line,
@@ -135,7 +135,7 @@ void Build::add(const StoredSymbol& symbol, std::int64_t file) {
                         .has_signature = symbol.signature.has_value()});
   corpus_->files.add_symbol(file, symbol.id);
   if (corpus_->files[file].in_tests) ++tests_;
-  places_by_name_[texts.add(unicode::lower_case(symbol.name))].push_back(place);
+  lower_names_.push_back(texts.add(unicode::lower_case(symbol.name)));
 
   _FileText& file_text = file_texts_[static_cast<std::size_t>(file - 1)];
   const std::string_view name_words = words_of(symbol.name);
@@ -165,16 +165,28 @@ void Build::sort_names() {
     return std::tuple(_kind_order(corpus_->texts[symbol.kind], rules_), corpus_->path_of(symbol),
                       symbol.id);
   };
-  std::vector<std::pair<std::string_view, std::vector<std::uint32_t>*>> names;
-  names.reserve(places_by_name_.size());
-  for (auto& [name, places] : places_by_name_) names.emplace_back(corpus_->texts[name], &places);
+  // The distinct names in their order, then the places of each name side by side: a counting sort.
+  std::vector<StringPool::Ref> names = lower_names_;
   std::ranges::sort(names);
+  names.erase(std::ranges::unique(names).begin(), names.end());
+  std::ranges::sort(names, {}, [&](StringPool::Ref name) { return corpus_->texts[name]; });
+  std::vector<std::uint32_t> ends(corpus_->texts.size());
+  for (const StringPool::Ref name : lower_names_) ++ends[name];
+  for (std::uint32_t end = 0; const StringPool::Ref name : names) end = ends[name] += end;
+  std::vector<std::uint32_t> places(symbols.size());
+  for (auto place = static_cast<std::uint32_t>(symbols.size()); place-- > 0;) {
+    places[--ends[lower_names_[place]]] = place;
+  }
   std::vector<SymbolId> ids;
-  for (const auto& [name, places] : names) {
-    std::ranges::sort(*places, {}, listing_order);
+  for (std::size_t name = 0; name < names.size(); ++name) {
+    // Each end has become its name's start.
+    const std::size_t start = ends[names[name]];
+    const std::size_t end = name + 1 < names.size() ? ends[names[name + 1]] : places.size();
+    const std::span of_name = std::span(places).subspan(start, end - start);
+    std::ranges::sort(of_name, {}, listing_order);
     ids.clear();
-    for (const std::uint32_t place : *places) ids.push_back(symbols[place].id);
-    corpus_->by_name.add(name, ids);
+    for (const std::uint32_t place : of_name) ids.push_back(symbols[place].id);
+    corpus_->by_name.add(corpus_->texts[names[name]], ids);
   }
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <unordered_set>
+#include <utility>
 
 #include "retrieval/query/ascii.hpp"
 
@@ -34,36 +35,44 @@ std::size_t end_of_word(std::string_view text, std::size_t at) {
   return end_of_run(text, at, ascii::is_digit);
 }
 
-// Calls `visit` with each word of the text, lower-cased, valid only during the call.
+// Calls `visit` with each word of the text, as written there.
 template <typename Visit>
 void for_each_word(std::string_view text, Visit visit) {
-  std::string word;
   for (std::size_t at = 0; at < text.size();) {
     const std::size_t end = end_of_word(text, at);
     if (end == at) {
       ++at;
       continue;
     }
-    word.assign(text.substr(at, end - at));
-    std::ranges::transform(word, word.begin(), ascii::to_lower);
-    visit(word);
+    visit(text.substr(at, end - at));
     at = end;
   }
+}
+
+void append_lower(std::string_view word, std::string& out) {
+  for (const char c : word) out += ascii::to_lower(c);
+}
+
+std::string lower(std::string_view word) {
+  std::string lowered;
+  append_lower(word, lowered);
+  return lowered;
 }
 
 }  // namespace
 
 std::vector<std::string> split_identifier(std::string_view text) {
   std::vector<std::string> words;
-  for_each_word(text, [&](const std::string& word) { words.push_back(word); });
+  for_each_word(text, [&](std::string_view word) { words.push_back(lower(word)); });
   return words;
 }
 
 std::vector<std::string> query_terms(std::string_view text) {
   std::vector<std::string> terms;
   std::unordered_set<std::string> seen;
-  for_each_word(text, [&](const std::string& word) {
-    if (!STOP_WORDS.contains(word) && seen.insert(word).second) terms.push_back(word);
+  for_each_word(text, [&](std::string_view word) {
+    std::string term = lower(word);
+    if (!STOP_WORDS.contains(term) && seen.insert(term).second) terms.push_back(std::move(term));
   });
   return terms;
 }
@@ -81,10 +90,13 @@ std::string _index_text(std::optional<std::string_view> text) {
 
 void _append_index_text(std::string_view text, std::string& out) {
   const std::size_t start = out.size();
-  for_each_word(text, [&](const std::string& word) {
-    if (STOP_WORDS.contains(word)) return;
-    if (out.size() > start) out += ' ';
-    out += word;
+  for_each_word(text, [&](std::string_view word) {
+    // Written first and taken back when it is a stop word, so that no word is copied twice.
+    const std::size_t before = out.size();
+    if (before > start) out += ' ';
+    const std::size_t lowered = out.size();
+    append_lower(word, out);
+    if (STOP_WORDS.contains(std::string_view(out).substr(lowered))) out.resize(before);
   });
 }
 
