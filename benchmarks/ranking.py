@@ -56,7 +56,7 @@ from codeindex.workers.retrieval import (
 FUSION = "fusion"
 CHUNKS = "chunks"
 CHUNK_SYMBOLS = "symbols of chunks"
-RANKINGS = (*CHANNELS, FUSION, CHUNKS, CHUNK_SYMBOLS)
+ROWS = (*CHANNELS, FUSION, CHUNKS, CHUNK_SYMBOLS)
 DEPTH = 50
 
 _SHARE = 0.2
@@ -177,10 +177,10 @@ def outcomes_of(
 
 def _table(outcomes: Sequence[Outcome]) -> Iterator[str]:
     """Yield the lines of a table of all rankings over these questions."""
-    reciprocal = {ranking: _reciprocal_ranks(outcomes, ranking) for ranking in RANKINGS}
+    reciprocal = {ranking: _reciprocal_ranks(outcomes, ranking) for ranking in ROWS}
     yield "| Ranking | Recall at 1 | at 5 | at 10 | MRR | Fusion's lead in MRR |"
     yield "|---|--:|--:|--:|--:|--:|"
-    for ranking in RANKINGS:
+    for ranking in ROWS:
         values = reciprocal[ranking]
         recalls = " | ".join(f"{np.mean(values >= 1 / depth):.3f}" for depth in (1, 5, 10))
         lead = "" if ranking == FUSION else _mean(reciprocal[FUSION] - values, "+.3f")
@@ -189,10 +189,10 @@ def _table(outcomes: Sequence[Outcome]) -> Iterator[str]:
 
 def _summary(outcomes: dict[str, list[Outcome]]) -> Iterator[str]:
     """Yield the lines of a table with the mean reciprocal ranks of groups of questions."""
-    yield f"| | Questions | {' | '.join(RANKINGS)} |"
-    yield f"|---|{'--:|' * (len(RANKINGS) + 1)}"
+    yield f"| | Questions | {' | '.join(ROWS)} |"
+    yield f"|---|{'--:|' * (len(ROWS) + 1)}"
     for name, group in outcomes.items():
-        means = [_mean(_reciprocal_ranks(group, ranking), ".3f") for ranking in RANKINGS]
+        means = [_mean(_reciprocal_ranks(group, ranking), ".3f") for ranking in ROWS]
         yield f"| {name} | {len(group):,} | {' | '.join(means)} |"
 
 

@@ -81,8 +81,17 @@ _WITHHOLDING: Mapping[str, object] = {
 
 
 def user_configuration_file() -> Path:
-    """Return where the user's own file lies, whether it exists or not."""
-    return platformdirs.user_config_path("codeindex") / "config.toml"
+    """Return where the user's own file lies, whether it exists or not.
+
+    Raises ConfigurationError when the user has no home folder.
+    """
+    try:
+        folder = platformdirs.user_config_path("codeindex")
+    except RuntimeError as error:
+        raise ConfigurationError(
+            "There is no home folder to look for a configuration in. Set HOME or XDG_CONFIG_HOME."
+        ) from error
+    return folder / "config.toml"
 
 
 def load_configuration(root: Path, environment: Mapping[str, str] = os.environ) -> Configuration:

@@ -12,7 +12,7 @@ from codeindex.configuration import (
     load_configuration,
     user_configuration_file,
 )
-from codeindex.exceptions import CodeIndexError
+from codeindex.exceptions import CodeIndexError, ConfigurationError
 
 ENDPOINTS = """
 [embedding]
@@ -123,3 +123,14 @@ def test_a_mistake_is_named(root: Path, user: str, said: str) -> None:
 def test_a_mistake_in_a_variable_is_named_too(root: Path) -> None:
     said = refusal(root, CODEINDEX_DECISION_SHOW_SOURCE="1")
     assert "the environment variable CODEINDEX_DECISION_SHOW_SOURCE must be true or false" in said
+
+
+def test_a_user_without_a_home_folder_is_told_so(
+    tmp_path: Path, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    def homeless(name: str) -> Path:
+        raise RuntimeError("Could not determine home directory.")
+
+    monkeypatch.setattr("platformdirs.user_config_path", homeless)
+    with pytest.raises(ConfigurationError, match="Set HOME or XDG_CONFIG_HOME"):
+        load_configuration(tmp_path)
