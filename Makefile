@@ -61,3 +61,10 @@ build/.module: build/.environment pyproject.toml $(SOURCES)
 	@echo "Building the retrieval library" >&2
 	@$(BIN)/pip install -q --disable-pip-version-check --no-build-isolation --no-deps -e .
 	@touch $@
+
+# What things cost, as tables; the first run fetches packages and indexes them.
+.PHONY: bench
+bench: setup
+	@cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DRETRIEVAL_BENCHMARKS=ON >/dev/null
+	@cmake --build build/release >/dev/null
+	@$(BIN)/python -m benchmarks.speed build/release/benchmarks/native/text_tables_benchmark

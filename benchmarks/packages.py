@@ -64,9 +64,9 @@ def fetch(package: Package) -> Path:
     Safe to call from several threads and processes. Raises FetchError.
     """
     folder = f"{package.client}-{package.name}-{package.version}".replace("/", "-")
-    place = _cache() / folder.replace(":", "-")
+    place = cache_folder() / folder.replace(":", "-")
     if not place.is_dir():
-        with tempfile.TemporaryDirectory(dir=_cache(), prefix=".fetching-") as scratch:
+        with tempfile.TemporaryDirectory(dir=cache_folder(), prefix=".fetching-") as scratch:
             fetched = _FETCHERS[package.client](package, Path(scratch))
             try:
                 fetched.rename(place)
@@ -85,7 +85,8 @@ def fetch_all(packages: Sequence[Package] = PACKAGES) -> dict[Package, Path]:
         return dict(zip(packages, threads.map(fetch, packages), strict=True))
 
 
-def _cache() -> Path:
+def cache_folder() -> Path:
+    """Return the folder that holds the packages, made if need be. Raises FetchError."""
     configured = os.environ.get(_CACHE)
     folder = Path(configured or platformdirs.user_cache_path("codeindex-bench"))
     try:

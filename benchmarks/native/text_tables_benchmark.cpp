@@ -27,7 +27,7 @@ namespace {
 using namespace retrieval;
 
 constexpr int kBuilds = 5;
-constexpr int kQuestions = 240;
+constexpr int kQuestions = 200;
 constexpr int kRepetitions = 3;
 
 // Runs a function and returns how long it took, in milliseconds.
