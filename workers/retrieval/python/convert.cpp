@@ -5,12 +5,6 @@
 namespace retrieval::python {
 namespace {
 
-[[noreturn]] void wrong_type(const char* name, const char* expected, nb::handle value) {
-  PyErr_Format(PyExc_TypeError, "%s must be %s, not %s", name, expected,
-               Py_TYPE(value.ptr())->tp_name);
-  throw nb::python_error();
-}
-
 nb::object checked(PyObject* object) {
   if (object == nullptr) throw nb::python_error();
   return nb::steal(object);
@@ -41,6 +35,12 @@ nb::dict from_statuses(const OrderedMap<std::string_view, std::string_view>& sta
 }
 
 }  // namespace
+
+void wrong_type(const char* name, const char* expected, nb::handle value) {
+  PyErr_Format(PyExc_TypeError, "%s must be %s, not %s", name, expected,
+               Py_TYPE(value.ptr())->tp_name);
+  throw nb::python_error();
+}
 
 std::string to_text(nb::handle value, const char* name) {
   if (!PyUnicode_Check(value.ptr())) wrong_type(name, "str", value);

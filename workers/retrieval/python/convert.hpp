@@ -17,6 +17,9 @@ namespace retrieval::python {
 
 namespace nb = nanobind;
 
+// Raises the TypeError: "<name> must be <expected>, not <the value's type>".
+[[noreturn]] void wrong_type(const char* name, const char* expected, nb::handle value);
+
 // Python texts may hold NULs and lone surrogates; inside they are UTF-8, with a lone surrogate as
 // the three bytes that its code point would take.
 std::string to_text(nb::handle value, const char* name);

@@ -11,12 +11,6 @@
 namespace retrieval::python {
 namespace {
 
-[[noreturn]] void wrong_type(const char* name, const char* expected, const nb::object& value) {
-  PyErr_Format(PyExc_TypeError, "%s must be %s, not %s", name, expected,
-               Py_TYPE(value.ptr())->tp_name);
-  throw nb::python_error();
-}
-
 // The C++ retriever beside the Python objects that it uses.
 class PythonRetriever {
  public:
