@@ -12,7 +12,7 @@
 // where f adds a column's weight for every time the word stands in it, k1 = 1.2 and b = 0.75
 // (S. E. Robertson et al., "Okapi at TREC-3", 1994; the constants are those of FTS5).
 //
-// Filled by one thread; then used under the lock of its database, which it must outlive.
+// Filled by one thread; then used under the lock of its database, which outlives it.
 #pragma once
 
 #include <array>

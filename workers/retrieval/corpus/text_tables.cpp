@@ -85,7 +85,7 @@ std::unique_ptr<TextTables> _text_tables(const RetrievalSettings& settings,
                                          std::span<const _SymbolRow> symbol_rows,
                                          std::span<const _FileRow> file_rows, Log& log,
                                          RankFunction rank_function) {
-  auto tables = std::make_unique<TextTables>(TextTables{nullptr, Database::in_memory()});
+  auto tables = std::make_unique<TextTables>(TextTables{Database::in_memory(), nullptr});
   Database& database = tables->database;
   try {
     create(database, _SYMBOL_TABLE, "name, signature, path, docstring", settings);

@@ -46,10 +46,10 @@ enum class RankFunction { kOwn, kBuiltIn };
 
 // The filled tables; used under the lock that their snapshot keeps beside them.
 struct TextTables {
-  // Null where FTS5's built-in function ranks: when that was asked for, or when the tokenizer does
-  // not take words one by one. Outlives the database, which calls it.
-  std::unique_ptr<Bm25> bm25;
   Database database;
+  // Null where FTS5's built-in function ranks: when that was asked for, or when the tokenizer does
+  // not take words one by one. Goes before the database whose queries call it.
+  std::unique_ptr<Bm25> bm25;
 };
 
 // The filled tables, or null, after a warning in the log, when this SQLite lacks FTS5 or the
