@@ -3,9 +3,11 @@
 import copy
 import ctypes
 import gc
+import os
 import pickle
 import re
 import sqlite3
+import subprocess
 import sys
 import threading
 import unicodedata
@@ -175,6 +177,8 @@ def test_a_wrong_type_is_an_error_that_names_the_argument(
             "division",
         ),
         (lambda: retrieval.ranks_in_order([2**63]), OverflowError, "id of ids must fit in 64 bits"),
+        (lambda: retrieval.ranks_in_order([10**5000]), OverflowError, "an integer of 16610 bits"),
+        (lambda: ask("q", limit=-(10**5000)), ValueError, "at least 1, not an integer of 16610"),
         (lambda: ask("q", limit=_Halting()), KeyboardInterrupt, "^$"),  # type: ignore[arg-type]
     ],
 )
@@ -311,3 +315,27 @@ def test_replaced_snapshots_close_their_database_and_let_their_fingerprint_go() 
     del retriever
     gc.collect()
     assert sqlite.sqlite3_memory_used() < used[5] / 2
+
+
+def test_python_ends_while_daemon_threads_ask() -> None:
+    program = """
+import sys, threading, time
+from retrieval.test_module import Index
+from codeindex.workers.retrieval import HybridRetriever
+class Slow:
+    def __del__(self, wait=time.sleep): wait(0.2)
+sys.kept = Slow()
+retriever = HybridRetriever(Index([f"name_{n}" for n in range(2000)]))
+retriever.retrieve("name")
+def ask():
+    while True: retriever.retrieve("name parse", limit=2000)
+for _ in range(3): threading.Thread(target=ask, daemon=True).start()
+time.sleep(0.1)
+"""
+    done = subprocess.run(
+        [sys.executable, "-c", program],
+        env={**os.environ, "PYTHONPATH": str(Path(__file__).parents[1])},
+        stderr=subprocess.DEVNULL,
+        timeout=60,
+    )
+    assert done.returncode == 0

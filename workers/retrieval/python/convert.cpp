@@ -12,8 +12,7 @@ nb::object checked(PyObject* object) {
 
 // The integer and, in `overflow`, on which side of 64 bits it lies.
 std::int64_t integer(nb::handle value, const char* name, int& overflow) {
-  if (!PyIndex_Check(value.ptr())) wrong_type(name, "int", value);
-  const nb::object exact = checked(PyNumber_Index(value.ptr()));
+  const nb::object exact = to_exact(value, name);
   return PyLong_AsLongLongAndOverflow(exact.ptr(), &overflow);
 }
 
@@ -66,6 +65,20 @@ nb::object from_text(std::string_view text) {
       PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), "surrogatepass"));
 }
 
+nb::object to_exact(nb::handle value, const char* name) {
+  if (!PyIndex_Check(value.ptr())) wrong_type(name, "int", value);
+  return checked(PyNumber_Index(value.ptr()));
+}
+
+std::string shown_integer(nb::handle value) {
+  const nb::object digits = nb::steal(PyObject_Str(value.ptr()));
+  if (digits.is_valid()) return to_text(digits, "str");
+  // Python refuses to write out more than some thousand digits.
+  if (PyErr_ExceptionMatches(PyExc_ValueError) == 0) throw nb::python_error();
+  PyErr_Clear();
+  return "an integer of " + to_text(nb::str(value.attr("bit_length")()), "bit_length") + " bits";
+}
+
 bool to_bool(nb::handle value, const char* name) {
   if (!PyBool_Check(value.ptr())) wrong_type(name, "bool", value);
   return value.ptr() == Py_True;
@@ -75,7 +88,8 @@ std::int64_t to_integer(nb::handle value, const char* name) {
   int overflow = 0;
   const std::int64_t number = integer(value, name, overflow);
   if (overflow != 0) {
-    PyErr_Format(PyExc_OverflowError, "%s must fit in 64 bits, not %S", name, value.ptr());
+    PyErr_Format(PyExc_OverflowError, "%s must fit in 64 bits, not %s", name,
+                 shown_integer(value).c_str());
     throw nb::python_error();
   }
   return number;

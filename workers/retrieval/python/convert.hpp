@@ -28,6 +28,12 @@ nb::object from_text(std::string_view text);
 
 bool to_bool(nb::handle value, const char* name);
 
+// The int that the value is or stands for.
+nb::object to_exact(nb::handle value, const char* name);
+
+// An integer as a message shows it, whatever its size.
+std::string shown_integer(nb::handle value);
+
 // An exact 64-bit integer.
 std::int64_t to_integer(nb::handle value, const char* name);
 

@@ -37,10 +37,7 @@ std::string message(const nb::python_error& error) {
 
 nb::object make(const nb::handle& type, const char* message) { return type(from_text(message)); }
 
-}  // namespace
-
-void rethrow_for_library(const nb::python_error& error, Meaning meaning) {
-  if (!error.matches(PyExc_Exception)) throw HostStopRequest(error);
+[[noreturn]] void rethrow_with_meaning(const nb::python_error& error, Meaning meaning) {
   if (meaning == Meaning::kTryAgainLater &&
       is_instance_of(error, "codeindex.exceptions", "TryAgainLaterError")) {
     throw HostTryAgainLater(message(error), error);
@@ -49,7 +46,20 @@ void rethrow_for_library(const nb::python_error& error, Meaning meaning) {
       is_instance_of(error, "codeindex.engines.decision", "DecisionError")) {
     throw HostDecisionError("a decision call failed", error);
   }
-  throw;
+  throw error;
+}
+
+}  // namespace
+
+void rethrow_for_library(const nb::python_error& error, Meaning meaning) {
+  if (!error.matches(PyExc_Exception)) throw HostStopRequest(error);
+  try {
+    rethrow_with_meaning(error, meaning);
+  } catch (const nb::python_error& another) {
+    // Asking the error for its message may itself ask to stop.
+    if (!another.matches(PyExc_Exception)) throw HostStopRequest(another);
+    throw;
+  }
 }
 
 nb::object to_exception(const std::exception_ptr& error) {

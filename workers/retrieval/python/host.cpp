@@ -185,15 +185,12 @@ class PythonRepository final : public Repository {
       const nb::object query = kept(vector.origin);
       const nb::object nearest = objects_->repository.attr("nearest_symbol_ids")(
           query.attr("values"), query.attr("model"), "top_k"_a = exact_top_k(top_k));
-      const nb::object entries =
-          nb::steal(PySequence_Fast(nearest.ptr(), "nearest_symbol_ids must return a sequence"));
+      // A copy of our own: Python code that runs meanwhile may change the host's list.
+      const nb::object entries = nb::steal(PySequence_Tuple(nearest.ptr()));
       if (!entries.is_valid()) throw nb::python_error();
       std::vector<SymbolId> ids;
-      const Py_ssize_t count = PySequence_Fast_GET_SIZE(entries.ptr());
-      ids.reserve(static_cast<std::size_t>(count));
-      for (Py_ssize_t i = 0; i < count; ++i) {
-        const nb::object id =
-            nb::steal(PySequence_GetItem(PySequence_Fast_GET_ITEM(entries.ptr(), i), 0));
+      for (const nb::handle entry : entries) {
+        const nb::object id = nb::steal(PySequence_GetItem(entry.ptr(), 0));
         if (!id.is_valid()) throw nb::python_error();
         ids.push_back(to_integer(id, "a symbol id of nearest_symbol_ids"));
       }

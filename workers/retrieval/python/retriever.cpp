@@ -1,6 +1,8 @@
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "convert.hpp"
@@ -10,6 +12,37 @@
 
 namespace retrieval::python {
 namespace {
+
+// Counts the questions in progress, so that the interpreter does not go while one of them is about
+// to come back to it. Read and written with the GIL held.
+class Inside {
+ public:
+  Inside() {
+    if (closed_) {
+      PyErr_SetString(PyExc_RuntimeError, "no question can be asked while Python shuts down");
+      throw nb::python_error();
+    }
+    ++count_;
+  }
+  ~Inside() { --count_; }
+  Inside(const Inside&) = delete;
+  Inside& operator=(const Inside&) = delete;
+
+  // Refuses further questions and waits, for a while, until those in progress have ended.
+  static void close() {
+    using namespace std::chrono_literals;
+    closed_ = true;
+    const auto patience = std::chrono::steady_clock::now() + 10s;
+    while (count_ > 0 && std::chrono::steady_clock::now() < patience) {
+      const nb::gil_scoped_release free;
+      std::this_thread::sleep_for(1ms);
+    }
+  }
+
+ private:
+  static inline bool closed_ = false;
+  static inline int count_ = 0;
+};
 
 // The C++ retriever beside the Python objects that it uses.
 class PythonRetriever {
@@ -36,16 +69,19 @@ class PythonRetriever {
                       const nb::object& include_tests, const nb::object& rerank) {
     const std::string text = to_text(query, "query");
     const std::optional<std::string> scope_text = to_optional_text(scope, "scope");
-    Question question{.limit = to_bound(limit, "limit"),
+    const nb::object exact_limit = to_exact(limit, "limit");
+    Question question{.limit = to_bound(exact_limit, "limit"),
                       .scope = scope_text,
                       .include_tests = std::nullopt,
                       .rerank = to_bool(rerank, "rerank")};
     if (!include_tests.is_none()) question.include_tests = to_bool(include_tests, "include_tests");
     if (question.limit < 1) {
-      PyErr_Format(PyExc_ValueError, "limit must be at least 1, not %S", limit.ptr());
+      PyErr_Format(PyExc_ValueError, "limit must be at least 1, not %s",
+                   shown_integer(exact_limit).c_str());
       throw nb::python_error();
     }
-    const AskedLimit asked(limit);
+    const AskedLimit asked(exact_limit);
+    const Inside inside;
     try {
       RetrievalResult result;
       {
@@ -83,6 +119,7 @@ PyType_Slot collected[] = {{Py_tp_traverse, reinterpret_cast<void*>(traverse)},
 }  // namespace
 
 void add_retriever(nb::module_& module) {
+  nb::module_::import_("atexit").attr("register")(nb::cpp_function(&Inside::close));
   nb::class_<PythonRetriever>(
       module, "HybridRetriever", nb::type_slots(collected), nb::is_weak_referenceable(),
       "Answers questions about one repository's index.\n\n"

@@ -103,13 +103,12 @@ RetrievalResult HybridRetriever::retrieve(std::string_view query, const Question
 }
 
 std::shared_ptr<const _Corpus> HybridRetriever::_corpus() {
-  std::shared_ptr<const IndexFingerprint> fingerprint = _repository->retrieval_fingerprint();
-  // Outlives the lock: the last holder of a replaced snapshot runs the host's code as it lets go.
+  const std::shared_ptr<const IndexFingerprint> fingerprint = _repository->retrieval_fingerprint();
+  // Both outlive the lock: the last holder of a fingerprint runs the host's code as it lets go.
   std::shared_ptr<const _Corpus> replaced;
   const std::lock_guard guard(_lock);
   if (_corpus_cache == nullptr || _corpus_cache->fingerprint->differs_from(*fingerprint)) {
-    replaced =
-        _build_corpus(*_repository, std::move(fingerprint), _settings, _host.rules, *_host.log);
+    replaced = _build_corpus(*_repository, fingerprint, _settings, _host.rules, *_host.log);
     replaced.swap(_corpus_cache);
   }
   return _corpus_cache;
