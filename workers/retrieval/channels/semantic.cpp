@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <exception>
 #include <iterator>
-#include <optional>
 #include <span>
 #include <string>
 #include <utility>

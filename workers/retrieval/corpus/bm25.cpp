@@ -4,9 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <optional>
 #include <span>
-#include <tuple>
 
 #include "retrieval/corpus/fts5.hpp"
 

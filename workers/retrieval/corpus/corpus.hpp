@@ -6,7 +6,6 @@
 // its last holder lets go.
 #pragma once
 
-#include <cstddef>
 #include <memory>
 #include <mutex>
 #include <span>

@@ -2,7 +2,6 @@
 
 #include <array>
 #include <exception>
-#include <utility>
 
 namespace retrieval {
 namespace {
@@ -24,20 +23,22 @@ void rank_by(const Database& database, std::string_view table, const std::string
   statement.run();
 }
 
+// Inserts a row, its columns in order, and tells the ranking of it.
+void add_row(TextTables& tables, Statement& insert, Bm25::Table Bm25::* ranked, std::int64_t id,
+             std::span<const std::string_view> columns) {
+  insert.bind(1, id);
+  for (int parameter = 2; const std::string_view column : columns) insert.bind(parameter++, column);
+  insert.run();
+  if (tables.bm25 != nullptr) ((*tables.bm25).*ranked).add_row(*tables.bm25, id, columns);
+}
+
 void fill_symbols(TextTables& tables, std::span<const _SymbolRow> rows) {
   Statement insert(tables.database,
                    "INSERT INTO " + std::string(_SYMBOL_TABLE) +
                        " (rowid, name, signature, path, docstring) VALUES (?, ?, ?, ?, ?)");
   for (const _SymbolRow& row : rows) {
-    insert.bind(1, row.id);
-    insert.bind(2, row.name);
-    insert.bind(3, row.signature);
-    insert.bind(4, row.path);
-    insert.bind(5, row.docstring);
-    insert.run();
-    if (tables.bm25 == nullptr) continue;
-    tables.bm25->symbols.add_row(*tables.bm25, row.id,
-                                 std::array{row.name, row.signature, row.path, row.docstring});
+    add_row(tables, insert, &Bm25::symbols, row.id,
+            std::array{row.name, row.signature, row.path, row.docstring});
   }
 }
 
@@ -45,14 +46,7 @@ void fill_files(TextTables& tables, std::span<const _FileRow> rows) {
   Statement insert(tables.database, "INSERT INTO " + std::string(_FILE_TABLE) +
                                         " (rowid, names, path, docstrings) VALUES (?, ?, ?, ?)");
   for (const _FileRow& row : rows) {
-    insert.bind(1, row.row);
-    insert.bind(2, row.names);
-    insert.bind(3, row.path);
-    insert.bind(4, row.docstrings);
-    insert.run();
-    if (tables.bm25 == nullptr) continue;
-    tables.bm25->files.add_row(*tables.bm25, row.row,
-                               std::array{row.names, row.path, row.docstrings});
+    add_row(tables, insert, &Bm25::files, row.row, std::array{row.names, row.path, row.docstrings});
   }
 }
 

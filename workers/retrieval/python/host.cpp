@@ -1,6 +1,5 @@
 #include "host.hpp"
 
-#include <array>
 #include <limits>
 #include <optional>
 #include <string>

@@ -5,7 +5,6 @@
 #include <exception>
 #include <span>
 #include <stdexcept>
-#include <unordered_map>
 
 #include "retrieval/host/errors.hpp"
 #include "retrieval/retriever/notes.hpp"

@@ -5,7 +5,6 @@
 // names a position outside the candidates, which is a std::out_of_range.
 #pragma once
 
-#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
